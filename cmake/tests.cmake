@@ -1,0 +1,46 @@
+# One test program per layer, linked with the library's objects, and small programs that see only
+# the DLL. Every program lies beside the DLL.
+set(TARNLO_GOOGLETEST /usr/src/googletest CACHE PATH "Sources of GoogleTest")
+set(INSTALL_GTEST OFF)
+add_subdirectory("${TARNLO_GOOGLETEST}" "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+
+file(GLOB support_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/support/*.cpp")
+add_library(test_support STATIC EXCLUDE_FROM_ALL ${support_sources})
+target_compile_definitions(test_support PRIVATE $<TARGET_PROPERTY:tarnlo_static,INTERFACE_COMPILE_DEFINITIONS>)
+target_link_libraries(test_support PUBLIC gtest gmock PRIVATE tarnlo_static tarnlo_options)
+
+set(test_programs)
+set(built_tests)
+function(add_test_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} test_support tarnlo_options)
+  add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY "${PROJECT_BINARY_DIR}")
+  set(test_programs ${test_programs} ${name} PARENT_SCOPE)
+  set(built_tests ${built_tests} ${arg_SOURCES} PARENT_SCOPE)
+endfunction()
+
+foreach(layer unit_support hosts transfer engine manager api)
+  file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/${layer}/*.cpp")
+  if(sources)
+    add_test_program(tests_${layer} SOURCES ${sources} LIBRARIES tarnlo_static)
+  endif()
+endforeach()
+
+file(GLOB abi_tests CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/abi/*_test.cpp")
+foreach(source IN LISTS abi_tests)
+  cmake_path(GET source STEM name)
+  add_test_program(${name} SOURCES "${source}" LIBRARIES tarnlo)
+endforeach()
+
+# A test that is written is a test that runs.
+file(GLOB_RECURSE written_tests CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/*_test.cpp")
+list(REMOVE_ITEM written_tests ${built_tests})
+if(written_tests)
+  list(JOIN written_tests "\n  " lost)
+  message(FATAL_ERROR "No test program builds:\n  ${lost}")
+endif()
+
+# What scripts/test is to run.
+list(JOIN test_programs "\n" lines)
+file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/test_programs.txt" CONTENT "${lines}\n")

@@ -1,0 +1,178 @@
+#include "support/os/file.h"
+
+#include <string_view>
+
+#include "support/os/win32/windows_api.h"
+
+namespace Tarnlo::os {
+namespace {
+
+// Below this every call takes a path as it is, those that keep room for a short name included.
+constexpr std::size_t kLongPath = 240;
+
+bool HasDrive(std::wstring_view path) {
+  return path.size() >= 3 && path[1] == L':' && (path[2] == L'\\' || path[2] == L'/');
+}
+
+// The same path with "." and ".." resolved and its slashes turned into backslashes; empty when the
+// system refuses.
+std::wstring FullPath(const std::wstring& path) {
+  const DWORD needed = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  std::wstring full(needed, L'\0');
+  const DWORD length = GetFullPathNameW(path.c_str(), needed, full.data(), nullptr);
+  if (length >= needed) return {};
+  full.resize(length);
+  return full;
+}
+
+// A path in the form that the system takes at any length. A short one is passed on as it is, with
+// nothing allocated, since files are opened while the process ends, too.
+class NativePath {
+ public:
+  explicit NativePath(const std::wstring& path) : m_text(path.c_str()) {
+    if (path.size() < kLongPath || !HasDrive(path)) return;
+    const std::wstring full = FullPath(path);
+    if (!HasDrive(full)) return;
+    m_long = L"\\\\?\\" + full;
+    m_text = m_long.c_str();
+  }
+  NativePath(const NativePath&) = delete;
+  NativePath& operator=(const NativePath&) = delete;
+  [[nodiscard]] const wchar_t* c_str() const { return m_text; }
+
+ private:
+  std::wstring m_long;
+  const wchar_t* m_text;
+};
+
+DWORD NativeAccess(FileAccess access) {
+  switch (access) {
+    case FileAccess::kRead:
+      return GENERIC_READ;
+    case FileAccess::kWrite:
+      return GENERIC_WRITE;
+    case FileAccess::kReadWrite:
+      return GENERIC_READ | GENERIC_WRITE;
+    case FileAccess::kAppend:
+      return FILE_APPEND_DATA | SYNCHRONIZE;
+  }
+  return 0;
+}
+
+DWORD NativeShare(FileShare share) {
+  switch (share) {
+    case FileShare::kNone:
+      return 0;
+    case FileShare::kRead:
+      return FILE_SHARE_READ;
+    case FileShare::kReadWrite:
+      return FILE_SHARE_READ | FILE_SHARE_WRITE;
+    case FileShare::kReadWriteDelete:
+      return FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  }
+  return 0;
+}
+
+DWORD NativeCreation(FileCreation creation) {
+  switch (creation) {
+    case FileCreation::kOpenExisting:
+      return OPEN_EXISTING;
+    case FileCreation::kCreateNew:
+      return CREATE_NEW;
+    case FileCreation::kOpenAlways:
+      return OPEN_ALWAYS;
+    case FileCreation::kCreateAlways:
+      return CREATE_ALWAYS;
+  }
+  return 0;
+}
+
+}  // namespace
+
+File File::Open(const std::wstring& path, FileAccess access, FileShare share,
+                FileCreation creation) {
+  File file;
+  const NativePath native(path);
+  file.m_handle.Reset(CreateFileW(native.c_str(), NativeAccess(access), NativeShare(share), nullptr,
+                                  NativeCreation(creation), FILE_ATTRIBUTE_NORMAL, nullptr));
+  return file;
+}
+
+std::optional<std::int64_t> File::Size() const {
+  LARGE_INTEGER size{};
+  if (GetFileSizeEx(m_handle.get(), &size) == 0) return std::nullopt;
+  return size.QuadPart;
+}
+
+bool File::Seek(std::int64_t position) {
+  LARGE_INTEGER wanted{};
+  wanted.QuadPart = position;
+  LARGE_INTEGER reached{};
+  return SetFilePointerEx(m_handle.get(), wanted, &reached, FILE_BEGIN) != 0 &&
+         reached.QuadPart == position;
+}
+
+std::optional<std::uint32_t> File::Read(void* bytes, std::uint32_t count) {
+  DWORD done = 0;
+  if (ReadFile(m_handle.get(), bytes, count, &done, nullptr) == 0) return std::nullopt;
+  return done;
+}
+
+std::optional<std::uint32_t> File::Write(const void* bytes, std::uint32_t count) {
+  DWORD done = 0;
+  if (WriteFile(m_handle.get(), bytes, count, &done, nullptr) == 0) return std::nullopt;
+  return done;
+}
+
+bool File::SetEnd() {
+  return SetEndOfFile(m_handle.get()) != 0;
+}
+
+bool File::Flush() {
+  return FlushFileBuffers(m_handle.get()) != 0;
+}
+
+bool RemoveFile(const std::wstring& path) {
+  return DeleteFileW(NativePath(path).c_str()) != 0;
+}
+
+bool IsDirectory(const std::wstring& path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return GetFileAttributesExW(NativePath(path).c_str(), GetFileExInfoStandard, &data) != 0 &&
+         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool SetHidden(const std::wstring& path) {
+  return SetFileAttributesW(NativePath(path).c_str(), FILE_ATTRIBUTE_HIDDEN) != 0;
+}
+
+bool SetNormal(const std::wstring& path) {
+  return SetFileAttributesW(NativePath(path).c_str(), FILE_ATTRIBUTE_NORMAL) != 0;
+}
+
+RenameResult ReplaceByRename(const std::wstring& from, const std::wstring& to) {
+  const NativePath native_from(from);
+  const NativePath native_to(to);
+  if (MoveFileExW(native_from.c_str(), native_to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0) {
+    return RenameResult::kDone;
+  }
+  switch (GetLastError()) {
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+      return RenameResult::kBusy;
+    default:
+      return RenameResult::kFailed;
+  }
+}
+
+RenameNewResult RenameNew(const std::wstring& from, const std::wstring& to) {
+  const NativePath native_from(from);
+  const NativePath native_to(to);
+  if (MoveFileExW(native_from.c_str(), native_to.c_str(), 0) != 0) return RenameNewResult::kDone;
+  const DWORD error = GetLastError();
+  return error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS ? RenameNewResult::kTaken
+                                                                     : RenameNewResult::kFailed;
+}
+
+}  // namespace Tarnlo::os

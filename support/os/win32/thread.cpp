@@ -1,0 +1,62 @@
+#include "support/os/thread.h"
+
+#include <atomic>
+#include <memory>
+
+#include "support/os/win32/windows_api.h"
+
+namespace Tarnlo::os {
+namespace {
+
+constexpr DWORD kTerminationMs = 1000;
+
+std::atomic<std::uint32_t> g_forced_ends{0};
+
+struct StartContext {
+  Thread::Entry entry;
+  void* context;
+};
+
+DWORD WINAPI RunEntry(void* parameter) {
+  const StartContext start = *std::unique_ptr<StartContext>(static_cast<StartContext*>(parameter));
+  return start.entry(start.context);
+}
+
+}  // namespace
+
+Thread Thread::Start(std::size_t stack_bytes, Entry entry, void* context) {
+  auto start = std::make_unique<StartContext>(StartContext{entry, context});
+  DWORD id = 0;
+  Thread thread;
+  thread.m_handle.Reset(CreateThread(nullptr, stack_bytes, RunEntry, start.get(),
+                                     STACK_SIZE_PARAM_IS_A_RESERVATION, &id));
+  if (!thread.valid()) return thread;
+  static_cast<void>(start.release());  // the new thread's from now on
+  thread.m_id = id;
+  return thread;
+}
+
+bool Thread::IsRunning() const {
+  return !WaitForEnd(0);
+}
+
+bool Thread::WaitForEnd(std::uint32_t milliseconds) const {
+  return !valid() || WaitForSingleObject(m_handle.get(), milliseconds) == WAIT_OBJECT_0;
+}
+
+void Thread::Terminate() {
+  if (!valid()) return;
+  g_forced_ends.fetch_add(1);
+  // Returns at once; what the thread uses may be freed only when it is really gone.
+  if (TerminateThread(m_handle.get(), 0) != 0) WaitForSingleObject(m_handle.get(), kTerminationMs);
+}
+
+std::uint32_t CurrentThreadId() {
+  return GetCurrentThreadId();
+}
+
+std::uint32_t ForcedEnds() {
+  return g_forced_ends.load();
+}
+
+}  // namespace Tarnlo::os

@@ -1,0 +1,21 @@
+#include "support/os/wait.h"
+
+#include <array>
+
+#include "support/os/win32/windows_api.h"
+
+namespace Tarnlo::os {
+
+std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
+                                      std::uint32_t milliseconds) {
+  std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles{};
+  if (objects.empty() || objects.size() > handles.size()) return std::nullopt;
+  for (std::size_t i = 0; i < objects.size(); ++i) handles[i] = objects[i].native;
+  const DWORD answer = WaitForMultipleObjects(static_cast<DWORD>(objects.size()), handles.data(),
+                                              FALSE, milliseconds);
+  const std::size_t index = answer - WAIT_OBJECT_0;
+  if (index >= objects.size()) return std::nullopt;
+  return index;
+}
+
+}  // namespace Tarnlo::os
