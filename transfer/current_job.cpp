@@ -1,0 +1,27 @@
+#include "transfer/current_job.h"
+
+#include "support/os/thread_slot.h"
+
+namespace Tarnlo {
+namespace {
+
+os::ThreadSlot& Slot() {
+  static os::ThreadSlot slot;
+  return slot;
+}
+
+}  // namespace
+
+IWorkerOwner* CurrentJob() {
+  return static_cast<IWorkerOwner*>(Slot().Get());
+}
+
+CurrentJobScope::CurrentJobScope(IWorkerOwner* job) {
+  Slot().Set(job);
+}
+
+CurrentJobScope::~CurrentJobScope() {
+  Slot().Set(nullptr);
+}
+
+}  // namespace Tarnlo

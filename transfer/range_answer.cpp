@@ -1,0 +1,75 @@
+#include "transfer/range_answer.h"
+
+#include <string>
+
+#include "support/text.h"
+#include "transfer/response_head.h"
+
+namespace Tarnlo {
+namespace {
+
+constexpr std::wstring_view kDigits = L"0123456789";
+
+bool IsBlank(wchar_t character) {
+  return character == L' ' || character == L'\t';
+}
+
+// Cuts the next header off the front: its line and those that continue it, which begin with white
+// space.
+std::wstring TakeHeader(std::wstring_view& head) {
+  std::wstring header;
+  do {
+    const std::wstring_view line = head.substr(0, head.find(L"\r\n"));
+    header += line;
+    head.remove_prefix(line.size() < head.size() ? line.size() + 2 : line.size());
+  } while (!head.empty() && IsBlank(head.front()));
+  return header;
+}
+
+std::optional<std::wstring> ValueOf(const std::wstring& header, std::wstring_view name) {
+  const std::size_t colon = header.find(L':');
+  if (colon == std::wstring::npos) return std::nullopt;
+  if (ToLowerAscii(Trim(header.substr(0, colon))) != name) return std::nullopt;
+  return Trim(header.substr(colon + 1));
+}
+
+// One that says otherwise is enough, if there are several.
+bool EveryContentRangeStartsAt(std::wstring_view head, std::int64_t asked) {
+  TakeHeader(head);  // the status line
+  while (!head.empty()) {
+    const auto value = ValueOf(TakeHeader(head), L"content-range");
+    if (value && ParseContentRangeStart(*value).value_or(asked) != asked) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+RangeAnswer AcceptRangeAnswer(std::wstring_view head, std::int64_t range_start,
+                              std::int64_t asked) {
+  const std::size_t end = head.find(kHeadEnd);
+  if (end == std::wstring_view::npos) return RangeAnswer::kRefused;
+  head = head.substr(0, end + kHeadEnd.size());
+  const std::int32_t status = ParseStatusCode(head);
+  if (status < 200 || status > 299) return RangeAnswer::kRefused;
+  if (status == 206) {
+    return EveryContentRangeStartsAt(head, asked) ? RangeAnswer::kAccepted : RangeAnswer::kRefused;
+  }
+  if (asked == 0) return RangeAnswer::kAccepted;
+  return range_start == 0 ? RangeAnswer::kStartOver : RangeAnswer::kRefused;
+}
+
+std::optional<std::int64_t> ParseContentRangeStart(std::wstring_view value) {
+  const std::size_t digits = value.find_first_of(kDigits);
+  const std::size_t slash = value.find(L'/');
+  if (digits == std::wstring_view::npos || slash < digits) return std::nullopt;
+  const std::wstring unit = ToLowerAscii(Trim(value.substr(0, digits)));
+  if (unit != L"bytes" && unit != L"bytes=" && unit != L"bytes:" && !unit.empty()) {
+    return std::nullopt;
+  }
+  const std::size_t end = value.find_first_not_of(kDigits, digits);
+  if (end == std::wstring_view::npos || value[end] != L'-') return std::nullopt;
+  return ParseNumber(value.substr(digits, end - digits));
+}
+
+}  // namespace Tarnlo
