@@ -1,0 +1,93 @@
+// The trailer behind the file's bytes: read before a run, written after one that did not succeed.
+#include <array>
+#include <span>
+
+#include "engine/download_manager.h"
+#include "engine/resume_trailer.h"
+#include "support/os/file.h"
+#include "support/simple_log.h"
+
+namespace Tarnlo {
+namespace {
+
+constexpr StepLog kLog("CDownloadManager ReadDownloadInfo");
+constexpr wchar_t kTemporarySuffix[] = L".~P2S";
+
+bool ReadExactly(os::File& file, std::span<std::uint8_t> bytes) {
+  const auto wanted = static_cast<std::uint32_t>(bytes.size());
+  return file.Read(bytes.data(), wanted) == wanted;
+}
+
+}  // namespace
+
+std::wstring CDownloadManager::GetTempFilePath() const {
+  return m_target_path.empty() ? std::wstring() : m_target_path + kTemporarySuffix;
+}
+
+// What the file says is believed only when it can be true of this file; a refused trailer leaves
+// the connection count as it was.
+bool CDownloadManager::ReadDownloadInfo() {
+  os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kRead, os::FileShare::kRead,
+                                 os::FileCreation::kOpenExisting);
+  if (!file.valid()) return false;
+  kLog(1);
+  const std::optional<std::int64_t> size = file.Size();
+  constexpr std::int64_t kFromEnd = kCountBytes;
+  if (!size || *size < kFromEnd) return false;
+  kLog(2);
+  if (!file.Seek(*size - kFromEnd)) return false;
+  kLog(3);
+  std::array<std::uint8_t, kCountBytes> count_bytes{};
+  if (!ReadExactly(file, count_bytes)) return false;
+  const std::uint32_t count = DecodeCount(count_bytes);
+  kLog(4);
+  if (!ValidRangeCount(count)) return false;
+  const std::int32_t earlier_count = m_connection_count;
+  m_active_ranges = count;
+  m_connection_count = static_cast<std::int32_t>(count);
+  kLog(5);
+  if (CreateWorkers() && ReadRecords(file, *size, count)) return true;
+  FreeWorkers();
+  m_connection_count = earlier_count;
+  return false;
+}
+
+bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint32_t count) {
+  const std::int64_t trailer = TrailerBytes(count);
+  if (size < trailer || !file.Seek(size - trailer)) return false;
+  kLog(6);
+  std::vector<std::uint8_t> bytes(count * kRecordBytes);
+  const bool read = ReadExactly(file, bytes);
+  kLog(7);
+  const std::vector<RangeRecord> records = DecodeRecords(bytes);
+  const bool at_their_place = size == TemporaryFileSize(content_length(), count);
+  if (!read || !at_their_place || !ValidRecords(records, content_length())) {
+    kLog(9);
+    return false;
+  }
+  m_table.SetRecords(records);
+  kLog(8);
+  return true;
+}
+
+// The file's bytes first, then the trailer that claims them. A file that was cut to its content
+// alone is extended again; one that is shorter has lost bytes and gets no trailer.
+bool CDownloadManager::WriteDownloadInfo() {
+  if (!m_probe) return false;
+  if (!m_probe->IsRangeSupported() || content_length() <= 0) return true;
+  os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kReadWrite,
+                                 os::FileShare::kReadWrite, os::FileCreation::kOpenExisting);
+  if (!file.valid()) return false;
+  const std::vector<RangeRecord> records = m_table.Records();
+  if (m_active_ranges == 0 || records.empty()) return false;
+  const std::optional<std::int64_t> size = file.Size();
+  if (!size || *size < content_length() || !file.Flush()) return false;
+  std::vector<std::uint8_t> trailer = EncodeRecords(records);
+  const auto count = EncodeCount(m_active_ranges);
+  trailer.insert(trailer.end(), count.begin(), count.end());
+  const auto length = static_cast<std::uint32_t>(trailer.size());
+  return file.Seek(content_length()) && file.Write(trailer.data(), length) == length &&
+         file.SetEnd();
+}
+
+}  // namespace Tarnlo

@@ -1,0 +1,208 @@
+#include "engine/worker_table.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "engine/range_planner.h"
+
+namespace Tarnlo {
+namespace {
+
+// What counts is the bytes: a worker may have failed after its last one was written.
+bool IsComplete(const CDownloadHttp& worker) {
+  return worker.GetRangeLength() > 0 && worker.received() >= worker.GetRangeLength();
+}
+
+}  // namespace
+
+bool WorkerTable::Create(std::int32_t count, const WorkerFactory& make) {
+  Free();
+  Workers workers;
+  std::vector<RangeRecord> records;
+  try {
+    for (std::int32_t index = 0; index < count; ++index) {
+      workers.push_back(make(index));
+      if (!workers.back()) return false;
+    }
+    records.resize(workers.size());
+  } catch (const std::exception&) {
+    return false;
+  }
+  const os::LockGuard guard(m_lock);
+  m_workers.swap(workers);
+  m_records.swap(records);
+  return true;
+}
+
+void WorkerTable::Free() {
+  Stop();
+  Workers workers;
+  std::vector<RangeRecord> records;
+  {
+    const os::LockGuard guard(m_lock);
+    m_workers.swap(workers);
+    m_records.swap(records);
+  }
+}
+
+bool WorkerTable::exists() const {
+  const os::LockGuard guard(m_lock);
+  return !m_workers.empty();
+}
+
+bool WorkerTable::HasLengths() const {
+  const os::LockGuard guard(m_lock);
+  for (const RangeRecord& record : m_records) {
+    if (record.length >= 1) return true;
+  }
+  return false;
+}
+
+void WorkerTable::SetRecords(const std::vector<RangeRecord>& records) {
+  const os::LockGuard guard(m_lock);
+  for (std::size_t i = 0; i < m_records.size() && i < records.size(); ++i) {
+    m_records[i] = records[i];
+    m_workers[i]->TakeRange(records[i].start, records[i].length, records[i].done);
+  }
+}
+
+void WorkerTable::ClearRecords() {
+  const os::LockGuard guard(m_lock);
+  for (RangeRecord& record : m_records) record = RangeRecord{};
+}
+
+std::vector<RangeRecord> WorkerTable::Records() const {
+  const os::LockGuard guard(m_lock);
+  return m_records;
+}
+
+CDownloadHttp* WorkerTable::Worker(std::int32_t index) const {
+  const os::LockGuard guard(m_lock);
+  const auto i = static_cast<std::size_t>(index);
+  return index >= 0 && i < m_workers.size() ? m_workers[i].get() : nullptr;
+}
+
+bool WorkerTable::Start(std::int32_t index) {
+  RangeRecord record;
+  {
+    const os::LockGuard guard(m_lock);
+    record = m_records[static_cast<std::size_t>(index)];
+  }
+  return Worker(index)->Download(record.start, record.length, record.done);
+}
+
+std::optional<WorkerTable::Donor> WorkerTable::FindLargestRemaining() const {
+  const os::LockGuard guard(m_lock);
+  std::optional<Donor> best;
+  for (std::size_t i = 0; i < m_workers.size(); ++i) {
+    const CDownloadHttp& worker = *m_workers[i];
+    // In this order: a thread that is seen to have ended has set its result for good, so a range
+    // that was finished between the two looks is not taken for a failed one.
+    const bool running = worker.IsThreadRunning();
+    if (worker.succeeded()) continue;
+    Donor donor{static_cast<std::int32_t>(i), 0, running};
+    if (!running && IsComplete(worker)) continue;
+    if (!running) {
+      donor.remaining = worker.GetRangeLength() - worker.received();
+      return donor;
+    }
+    donor.remaining = worker.GetRemainingBytes();
+    if (donor.remaining > (best ? best->remaining : 0)) best = donor;
+  }
+  return best;
+}
+
+bool WorkerTable::Reassign(std::int32_t index) {
+  const std::vector<RangeRecord> records = Records();
+  if (records.size() <= 1 || records[static_cast<std::size_t>(index)].length == kOpenEnd)
+    return false;
+  std::optional<Donor> donor;
+  Handover handover = Handover::kTryAgain;
+  while (handover == Handover::kTryAgain) {
+    donor = FindLargestRemaining();
+    if (!donor || donor->index == index) return false;
+    handover = HandOver(index, *donor);
+  }
+  if (handover == Handover::kNothing) return false;
+  const bool started = Start(index);
+  Worker(donor->index)->ReportRangeLength();
+  return started;
+}
+
+// The one place where bytes change hands: the donor has accepted the cut before anybody else is
+// given what lies beyond, and readers of the sums see both or neither.
+WorkerTable::Handover WorkerTable::HandOver(std::int32_t index, const Donor& donor) {
+  const std::optional<std::int64_t> share = GiveAway(donor.remaining, donor.running);
+  if (!share) return Handover::kNothing;
+  const os::LockGuard guard(m_lock);
+  RangeRecord& given = m_records[static_cast<std::size_t>(donor.index)];
+  CDownloadHttp& giver = *m_workers[static_cast<std::size_t>(donor.index)];
+  const std::int64_t kept = given.length - *share;
+  if (!donor.running) {
+    giver.CutEnded(kept);
+  } else if (!giver.TryCut(kept)) {
+    return Handover::kTryAgain;
+  }
+  RangeRecord& taken = m_records[static_cast<std::size_t>(index)];
+  taken = RangeRecord{given.start + kept, *share, 0};
+  given.length = kept;
+  given.done = std::min(given.done, kept);  // a range that began again may have had more before
+  m_workers[static_cast<std::size_t>(index)]->TakeRange(taken.start, taken.length, taken.done);
+  if (!donor.running) giver.SetSucceeded();
+  return Handover::kDone;
+}
+
+void WorkerTable::StoreDone(std::int32_t index, std::int64_t done) {
+  const os::LockGuard guard(m_lock);
+  const auto i = static_cast<std::size_t>(index);
+  if (index >= 0 && i < m_records.size() && done > 0) m_records[i].done = done;
+}
+
+bool WorkerTable::AllRangesDone() const {
+  const os::LockGuard guard(m_lock);
+  for (const auto& worker : m_workers) {
+    if (!worker->succeeded() && !IsComplete(*worker)) return false;
+  }
+  return true;
+}
+
+std::optional<std::int64_t> WorkerTable::Remaining(bool count_buffered) const {
+  const os::LockGuard guard(m_lock);
+  if (m_workers.empty()) return std::nullopt;
+  std::int64_t sum = 0;
+  for (const auto& worker : m_workers) {
+    sum += count_buffered ? worker->GetRemainingBytes()
+                          : worker->GetRangeLength() - worker->received();
+  }
+  return sum;
+}
+
+std::vector<WorkerTable::RunningThread> WorkerTable::Threads() const {
+  const os::LockGuard guard(m_lock);
+  std::vector<RunningThread> threads;
+  for (std::size_t i = 0; i < m_workers.size(); ++i) {
+    if (m_workers[i]->HasThread())
+      threads.push_back({m_workers[i]->thread(), static_cast<std::int32_t>(i)});
+  }
+  return threads;
+}
+
+bool WorkerTable::succeeded(std::int32_t index) const {
+  return Worker(index)->succeeded();
+}
+
+void WorkerTable::CloseThread(std::int32_t index) {
+  Worker(index)->CloseThread();
+}
+
+void WorkerTable::SignalStop() {
+  const os::LockGuard guard(m_lock);
+  for (const auto& worker : m_workers) worker->SignalStop();
+}
+
+void WorkerTable::Stop() {
+  SignalStop();
+  for (std::int32_t index = 0; CDownloadHttp* worker = Worker(index); ++index) worker->Stop();
+}
+
+}  // namespace Tarnlo
