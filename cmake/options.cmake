@@ -12,5 +12,10 @@ if(TARNLO_COVERAGE)
   target_compile_options(tarnlo_options INTERFACE --coverage)
   target_link_options(tarnlo_options INTERFACE --coverage)
 endif()
-# Programs and the DLL import nothing but what Windows has.
-target_link_options(tarnlo_options INTERFACE -static)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(tarnlo_options INTERFACE -Wthread-safety)
+endif()
+if(WIN32)
+  # Programs and the DLL import nothing but what Windows has.
+  target_link_options(tarnlo_options INTERFACE -static)
+endif()

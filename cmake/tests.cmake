@@ -1,10 +1,18 @@
 # One test program per layer, linked with the library's objects, and small programs that see only
-# the DLL. Every program lies beside the DLL.
+# the DLL. Every program lies beside the DLL. Files named *_win32 need Windows, files named *_native
+# are for the development build on Linux.
 set(TARNLO_GOOGLETEST /usr/src/googletest CACHE PATH "Sources of GoogleTest")
 set(INSTALL_GTEST OFF)
 add_subdirectory("${TARNLO_GOOGLETEST}" "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
 
+if(WIN32)
+  set(other_system "_native(_[a-z]+)*[.]cpp$")
+else()
+  set(other_system "_win32(_[a-z]+)*[.]cpp$|/tests/abi/")
+endif()
+
 file(GLOB support_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/support/*.cpp")
+list(FILTER support_sources EXCLUDE REGEX "${other_system}")
 add_library(test_support STATIC EXCLUDE_FROM_ALL ${support_sources})
 target_compile_definitions(test_support PRIVATE $<TARGET_PROPERTY:tarnlo_static,INTERFACE_COMPILE_DEFINITIONS>)
 target_link_libraries(test_support PUBLIC gtest gmock PRIVATE tarnlo_static tarnlo_options)
@@ -15,6 +23,10 @@ function(add_test_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} test_support tarnlo_options)
+  if(WIN32)
+    # Quick to compile; what has to run fast is in the library and in tests/support.
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
   add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY "${PROJECT_BINARY_DIR}")
   set(test_programs ${test_programs} ${name} PARENT_SCOPE)
   set(built_tests ${built_tests} ${arg_SOURCES} PARENT_SCOPE)
@@ -22,12 +34,22 @@ endfunction()
 
 foreach(layer unit_support hosts transfer engine manager api)
   file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/${layer}/*.cpp")
+  list(FILTER sources EXCLUDE REGEX "${other_system}")
   if(sources)
     add_test_program(tests_${layer} SOURCES ${sources} LIBRARIES tarnlo_static)
   endif()
 endforeach()
 
+# A program file with a version resource and nothing else, for the engine's tests.
+if(WIN32 AND TARGET tests_engine)
+  add_library(version_sample SHARED EXCLUDE_FROM_ALL tests/engine/version_sample.rc)
+  set_target_properties(version_sample PROPERTIES PREFIX "" LINKER_LANGUAGE CXX)
+  target_link_options(version_sample PRIVATE -nostdlib LINKER:--entry=0)
+  add_dependencies(tests_engine version_sample)
+endif()
+
 file(GLOB abi_tests CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/abi/*_test.cpp")
+list(FILTER abi_tests EXCLUDE REGEX "${other_system}")
 foreach(source IN LISTS abi_tests)
   cmake_path(GET source STEM name)
   add_test_program(${name} SOURCES "${source}" LIBRARIES tarnlo)
@@ -36,6 +58,7 @@ endforeach()
 # A test that is written is a test that runs.
 file(GLOB_RECURSE written_tests CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/*_test.cpp")
 list(REMOVE_ITEM written_tests ${built_tests})
+list(FILTER written_tests EXCLUDE REGEX "${other_system}")
 if(written_tests)
   list(JOIN written_tests "\n  " lost)
   message(FATAL_ERROR "No test program builds:\n  ${lost}")

@@ -111,7 +111,7 @@ class CDownloadManager final : public IWorkerOwner {
   std::int32_t TurnIntoTarget();
   bool CutAndRename();
   std::int32_t VerifyTarget();
-  bool CheckMd5(const std::wstring& digest, const std::wstring& list, bool pre_check);
+  bool CheckMd5(const std::wstring& digest, const std::wstring& list, bool pre_check) const;
   bool ReadDownloadInfo();
   bool ReadRecords(os::File& file, std::int64_t size, std::uint32_t count);
   bool WriteDownloadInfo();

@@ -1,9 +1,10 @@
 #include "engine/file_md5.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
+#include <new>
+#include <vector>
 
 #include "engine/md5.h"
 #include "support/os/file.h"
@@ -12,10 +13,16 @@ namespace Tarnlo {
 namespace {
 
 constexpr std::int64_t kBlockBytes = 0x4000000;
+constexpr std::uint32_t kSliceBytes = 0x100000;  // hashed between two looks at the stop event
 
-struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
-};
+// Empty when there is no room for it.
+std::vector<std::uint8_t> MakeBlock(std::int64_t size) {
+  try {
+    return std::vector<std::uint8_t>(static_cast<std::size_t>(std::min(size, kBlockBytes)));
+  } catch (const std::bad_alloc&) {
+    return {};
+  }
+}
 
 }  // namespace
 
@@ -24,16 +31,18 @@ std::optional<std::wstring> ComputeFileMd5(const std::wstring& path, const os::E
                                  os::FileCreation::kOpenExisting);
   if (!file.valid()) return std::wstring();
   const std::optional<std::int64_t> size = file.Size();
-  // From calloc: zeroes that cost nothing until a block really is that long.
-  const std::unique_ptr<void, FreeMemory> block(std::calloc(1, std::size_t{kBlockBytes}));
-  if (!size.has_value() || block == nullptr) return std::wstring();
+  if (!size.has_value()) return std::wstring();
+  std::vector<std::uint8_t> block = MakeBlock(*size);
+  if (block.empty() && *size > 0) return std::wstring();
   MD5 md5;
   for (std::int64_t left = *size; left > 0;) {
-    if (stop != nullptr && stop->IsSet()) return std::nullopt;
     const auto wanted = static_cast<std::uint32_t>(std::min(left, kBlockBytes));
-    const std::uint32_t count = file.Read(block.get(), wanted).value_or(0);
+    const std::uint32_t count = file.Read(block.data(), wanted).value_or(0);
     if (count == 0) break;
-    md5.Update(block.get(), count);
+    for (std::uint32_t done = 0; done < count; done += kSliceBytes) {
+      if (stop != nullptr && stop->IsSet()) return std::nullopt;
+      md5.Update(block.data() + done, std::min(kSliceBytes, count - done));
+    }
     left -= count;
   }
   md5.Finalize();

@@ -9,8 +9,8 @@
 namespace Tarnlo {
 
 // 32 upper-case hexadecimal digits; empty when the file cannot be opened or read; nothing when
-// `stop` (which may be null) was set between two blocks of 64 MiB. A read that fails half-way gives
-// the digest of what came before it.
+// `stop` (which may be null) was set before the end. A read that fails half-way gives the digest of
+// what came before it.
 std::optional<std::wstring> ComputeFileMd5(const std::wstring& path, const os::Event* stop);
 
 }  // namespace Tarnlo

@@ -99,7 +99,7 @@ std::int32_t CDownloadManager::VerifyTarget() {
 }
 
 bool CDownloadManager::CheckMd5(const std::wstring& digest, const std::wstring& list,
-                                bool pre_check) {
+                                bool pre_check) const {
   const std::wstring suffix = NumberToWide(m_task_id);
   CReportStore& facts = CReportStore::Shared();
   facts.AddRecord(L"filemd5_" + suffix, digest, true);

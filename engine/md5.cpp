@@ -74,7 +74,7 @@ inline void MD5::Step(Chain& chain, const std::array<std::uint32_t, 16>& words) 
 void MD5::Transform(Chain& chain, const std::uint8_t* blocks, std::size_t count) {
   Chain sum = chain;
   for (; count > 0; --count, blocks += kBlockBytes) {
-    std::array<std::uint32_t, 16> words;
+    std::array<std::uint32_t, 16> words{};
     for (std::size_t i = 0; i < words.size(); ++i) words[i] = LoadWord(blocks + 4 * i);
     Chain turning = sum;
     [&]<std::size_t... kSteps>(std::index_sequence<kSteps...>) {

@@ -47,7 +47,7 @@ NameParts GivenParts(const TargetNames& names) {
 std::wstring FileName(const TargetNames& names) {
   const NameParts given = GivenParts(names);
   if (given.base.empty()) return CleanName(names.remote, CleanMode::kName);
-  const std::wstring base = CleanName(given.base, CleanMode::kName);
+  std::wstring base = CleanName(given.base, CleanMode::kName);
   if (given.extension.empty()) return base;
   return base + L"." + CleanName(given.extension, CleanMode::kName);
 }

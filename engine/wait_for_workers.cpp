@@ -10,6 +10,8 @@ namespace Tarnlo {
 namespace {
 
 constexpr std::uint32_t kProgressIntervalMs = 100;
+constexpr std::uint32_t kLookMs = 1000;
+constexpr std::uint32_t kSaveIntervalMs = 5000;  // what a process that dies loses, about
 
 // Bytes per whole millisecond, times 1,000: coarse on purpose.
 std::uint32_t BytesPerSecond(std::int64_t bytes, std::uint32_t milliseconds) {
@@ -23,6 +25,7 @@ std::uint32_t BytesPerSecond(std::int64_t bytes, std::uint32_t milliseconds) {
 
 std::int32_t CDownloadManager::WaitForWorkers() {
   std::int32_t result = kResultWaitFailed;
+  std::uint32_t saved = os::TickMs();
   for (;;) {
     const std::vector<WorkerTable::RunningThread> running = m_table.Threads();
     if (running.empty()) {
@@ -34,8 +37,16 @@ std::int32_t CDownloadManager::WaitForWorkers() {
     handles.reserve(running.size() + 1);
     for (const WorkerTable::RunningThread& entry : running) handles.push_back(entry.thread);
     handles.push_back(m_run_stop->waitable());
-    const std::optional<std::size_t> signalled = os::WaitForAny(handles, os::kForever);
-    if (!signalled) break;
+    const std::uint32_t began = os::TickMs();
+    const std::optional<std::size_t> signalled = os::WaitForAny(handles, kLookMs);
+    if (began - saved >= kSaveIntervalMs) {
+      WriteDownloadInfo();
+      saved = os::TickMs();
+    }
+    if (!signalled) {
+      if (os::TickMs() - began < kLookMs / 2) break;  // back at once: the wait could not be made
+      continue;
+    }
     if (*signalled == running.size()) {
       result = kResultStopped;
       break;

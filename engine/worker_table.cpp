@@ -52,10 +52,8 @@ bool WorkerTable::exists() const {
 
 bool WorkerTable::HasLengths() const {
   const os::LockGuard guard(m_lock);
-  for (const RangeRecord& record : m_records) {
-    if (record.length >= 1) return true;
-  }
-  return false;
+  return std::any_of(m_records.begin(), m_records.end(),
+                     [](const RangeRecord& record) { return record.length >= 1; });
 }
 
 void WorkerTable::SetRecords(const std::vector<RangeRecord>& records) {

@@ -66,7 +66,7 @@ class WorkerTable {
   // The threads that there are, ended or not, with the worker of each.
   struct RunningThread {
     os::Waitable thread;
-    std::int32_t index;
+    std::int32_t index = 0;
   };
   [[nodiscard]] std::vector<RunningThread> Threads() const;
   [[nodiscard]] bool succeeded(std::int32_t index) const;

@@ -1,6 +1,7 @@
 # What the scripts share: where things are, one line a stage, and the end of what was started.
 # Source it; it leaves the shell in the root of the repository.
 set -euo pipefail
+PATH=$PATH:/usr/sbin:/sbin # nginx, for users who do not have them
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
 build=build/release
@@ -42,7 +43,7 @@ build_targets() { cmake --build --preset release "$@"; }
 # start_wine NAME: a prefix of this script's own and one server until it ends.
 start_wine() {
   export WINEPREFIX="$root/build/wine-$1" WINEDEBUG=-all
-  export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
+  export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d'
   unset DISPLAY WAYLAND_DISPLAY
   if [ ! -f "$WINEPREFIX/ready" ]; then
     rm -rf "$WINEPREFIX"
@@ -57,6 +58,16 @@ make_wine_prefix() {
     wineserver -w && touch "$WINEPREFIX/ready"
 }
 
+# in_namespace COMMAND...: in a mount namespace of its own, since names with several addresses exist
+# only for the tests.
+in_namespace() {
+  local unshare=(unshare --mount)
+  if [ "$(id -u)" -ne 0 ]; then unshare+=(--map-root-user); fi
+  "${unshare[@]}" true 2>"$logs/unshare.log" ||
+    fail "this machine refuses the mount namespace that the tests need: $(cat "$logs/unshare.log")"
+  "${unshare[@]}" "$@"
+}
+
 # windows_path PATH: as the programs under Wine see it.
 windows_path() {
   local path=$1
@@ -66,9 +77,9 @@ windows_path() {
 
 port_is_open() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
-# start_nginx PREFIX RATE: serves PREFIX/www on loopback, below /limited/ with RATE per connection.
-# Sets nginx_url. PREFIX/access.log has a line a request: when it ended, how long it took, its
-# connection, the status, the range asked for, the bytes sent.
+# start_nginx PREFIX RATE: serves PREFIX/www on loopback, below /limited/ with RATE per connection,
+# below /slow/ with very little. Sets nginx_url. PREFIX/access.log has a line a request: when it
+# ended, how long it took, its connection, the status, the range asked for, the bytes sent.
 start_nginx() {
   local prefix=$root/$1 rate=$2 port attempt
   mkdir -p "$prefix/www"
@@ -88,6 +99,16 @@ start_nginx() {
   tail -n 5 "$prefix/error.log" >&2
   fail "nginx does not start"
 }
+# start_test_server: what the tests know as TARNLO_NGINX_URL, _ROOT and _LOG. Outside the namespace
+# of the tests, in which it could not change its user.
+start_test_server() {
+  make_file build/nginx-test/www/one.bin 1
+  make_file build/nginx-test/www/twenty.bin 20
+  start_nginx build/nginx-test 1m
+  export TARNLO_NGINX_URL=$nginx_url TARNLO_NGINX_ROOT TARNLO_NGINX_LOG
+  TARNLO_NGINX_ROOT=$(windows_path build/nginx-test/www)
+  TARNLO_NGINX_LOG=$(windows_path build/nginx-test/access.log)
+}
 nginx_is_up() {
   local attempt
   for attempt in {1..100}; do
@@ -106,7 +127,8 @@ daemon off;
 worker_processes 1;
 pid $prefix/nginx.pid;
 error_log $prefix/error.log;
-events { worker_connections 256; }
+worker_rlimit_nofile 8192;
+events { worker_connections 2048; }
 http {
   log_format tarnlo '\$msec \$request_time \$connection \$status "\$http_range" \$bytes_sent "\$request"';
   access_log $prefix/access.log tarnlo;
@@ -122,6 +144,10 @@ CONFIGURATION
     location /limited/ {
       alias $prefix/www/;
       limit_rate $rate;
+    }
+    location /slow/ {
+      alias $prefix/www/;
+      limit_rate 16k;
     }
   }
 }

@@ -53,7 +53,7 @@ class ProcessObject : public ProcessObjectBase {
     static_cast<ProcessObject&>(object).m_object.~T();
   }
 
-  alignas(T) unsigned char m_storage[sizeof(T)];
+  alignas(T) unsigned char m_storage[sizeof(T)]{};
   T& m_object;
 };
 

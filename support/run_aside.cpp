@@ -10,7 +10,7 @@ namespace Tarnlo {
 namespace {
 
 // A name resolver needs more than a thread of ours would.
-constexpr std::size_t kStackBytes = 1024 * 1024;
+constexpr std::size_t kStackBytes = std::size_t{1024} * 1024;
 
 using Work = std::function<void()>;
 

@@ -26,7 +26,7 @@ constexpr int kBackupHour = 23;
 constexpr std::uint32_t kLookMs = 300'000;
 constexpr std::uint32_t kAfterBackupMs = 7'200'000;
 constexpr std::uint32_t kExitWaitMs = 5'000;
-constexpr std::size_t kBackupStackBytes = 256 * 1024;
+constexpr std::size_t kBackupStackBytes = std::size_t{256} * 1024;
 
 ProcessObject<os::KernelMutex> g_log_mutex;
 std::atomic<simpleLog*> g_logger{nullptr};

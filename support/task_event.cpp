@@ -13,6 +13,7 @@ std::int64_t PointerToPayload(T* pointer) {
 
 template <typename T>
 T* PayloadToPointer(std::int64_t payload) {
+  // The record carries pointers as numbers. NOLINTNEXTLINE(performance-no-int-to-ptr)
   return reinterpret_cast<T*>(static_cast<std::intptr_t>(payload));
 }
 

@@ -16,6 +16,8 @@ namespace {
 
 constinit os::Lock g_locale_lock;
 
+// NOLINTBEGIN(concurrency-mt-unsafe): calls exclude each other
+
 // The process's locale, switched to the system's default for as long as it lives.
 class SystemLocale {
  public:
@@ -34,6 +36,8 @@ class SystemLocale {
   os::LockGuard m_guard;
   std::string m_former;
 };
+
+// NOLINTEND(concurrency-mt-unsafe)
 
 wchar_t LowerOf(wchar_t c) {
   return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));

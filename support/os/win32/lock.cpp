@@ -5,7 +5,7 @@
 namespace Tarnlo::os {
 namespace {
 
-static_assert(sizeof(SRWLOCK) == sizeof(void*) && alignof(SRWLOCK) == alignof(void*));
+static_assert(sizeof(SRWLOCK) == sizeof(void*));
 
 // A pointer that is null is an initialised lock (SRWLOCK_INIT); only the system touches it.
 SRWLOCK* Native(void*& state) {

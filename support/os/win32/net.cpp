@@ -43,7 +43,8 @@ void StopNetwork() {
 
 std::vector<Ipv4Address> ResolveName(const char* name) {
   std::vector<Ipv4Address> addresses;
-  const hostent* const answer = gethostbyname(name);
+  // The answer is a buffer of this thread.
+  const hostent* const answer = gethostbyname(name);  // NOLINT(concurrency-mt-unsafe)
   if (answer == nullptr || answer->h_addrtype != AF_INET ||
       answer->h_length != static_cast<short>(sizeof(Ipv4Address))) {
     return addresses;
@@ -59,7 +60,8 @@ std::vector<Ipv4Address> ResolveName(const char* name) {
 std::string DottedText(Ipv4Address address) {
   in_addr native{};
   native.s_addr = address;
-  const char* const text = inet_ntoa(native);  // a buffer of this thread, reused by later calls
+  // A buffer of this thread, reused by later calls.
+  const char* const text = inet_ntoa(native);  // NOLINT(concurrency-mt-unsafe)
   return text == nullptr ? std::string() : std::string(text);
 }
 

@@ -18,6 +18,8 @@ void* ThreadSlot::Get() const {
   return value;
 }
 
+// It changes what the slot holds.
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void ThreadSlot::Set(void* value) {
   if (m_index != TLS_OUT_OF_INDEXES) TlsSetValue(m_index, value);
 }

@@ -1,0 +1,21 @@
+#include "support/os/event.h"
+
+#include <array>
+#include <memory>
+
+#include "tests/native/kernel_object.h"
+
+namespace Tarnlo::os {
+
+Event::Event() : m_handle(native::HandleOf(std::make_unique<native::Signal>().release())) {}
+
+void Event::Set() {
+  m_set.store(true, std::memory_order_release);
+  native::ObjectOf<native::Signal>(m_handle.get()).Set();
+}
+
+bool Event::Wait(std::uint32_t milliseconds) const {
+  return IsSet() || WaitForAny(std::array{waitable()}, milliseconds).has_value();
+}
+
+}  // namespace Tarnlo::os
