@@ -14,6 +14,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/system.h"
+
 namespace {
 
 constexpr int kHungExitCode = 86;
@@ -80,14 +82,6 @@ std::string Environment(const char* name) {
   return value == nullptr ? std::string() : std::string(value);
 }
 
-void SetEnvironment(const std::string& name, const std::string& value) {
-#ifdef _WIN32
-  _putenv_s(name.c_str(), value.c_str());
-#else
-  setenv(name.c_str(), value.c_str(), 1);
-#endif
-}
-
 std::chrono::seconds Limit() {
   const std::string text = Environment("TARNLO_TEST_LIMIT");
   return std::chrono::seconds(text.empty() ? kDefaultLimitSeconds : std::atoi(text.c_str()));
@@ -98,7 +92,7 @@ std::chrono::seconds Limit() {
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
   if (const std::string folder = Environment("TARNLO_TEST_TEMP"); !folder.empty()) {
-    for (const char* name : {"TMP", "TEMP"}) SetEnvironment(name, folder);
+    for (const char* name : {"TMP", "TEMP", "TMPDIR"}) Tarnlo::test::SetEnvironment(name, folder);
   }
   const std::chrono::seconds limit = Limit();
   if (limit.count() == 0) return RUN_ALL_TESTS();

@@ -1,0 +1,123 @@
+#include "tests/support/fault_server.h"
+
+#include <chrono>
+#include <functional>
+
+#include "tests/support/fault_connection.h"
+
+namespace Tarnlo::test {
+namespace {
+
+constexpr int kBacklog = 1024;  // many tasks at once
+constexpr std::uint32_t kAcceptSliceMs = 20;
+
+bool AwaitTrue(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+std::wstring Widen(const std::string& ascii) {
+  return {ascii.begin(), ascii.end()};
+}
+
+}  // namespace
+
+std::string RecordedRequest::Header(const std::string& name) const {
+  const std::string line = "\r\n" + name + ": ";
+  const std::size_t at = bytes.find(line);
+  if (at == std::string::npos) return {};
+  const std::size_t begin = at + line.size();
+  return bytes.substr(begin, bytes.find("\r\n", begin) - begin);
+}
+
+FaultServer::FaultServer(const std::string& address, std::uint16_t port)
+    : m_address(address), m_listener(address, port, kBacklog) {
+  m_accept_thread = std::thread([this] { AcceptLoop(); });
+}
+
+FaultServer::~FaultServer() {
+  m_stopping = true;
+  m_accept_thread.join();
+  for (std::thread& thread : m_threads) thread.join();
+}
+
+FaultScript& FaultServer::Serve(const std::string& path, Body body) {
+  const std::lock_guard guard(m_mutex);
+  PathScripts& entry = m_paths[path];
+  entry.served.push_back(0);
+  return entry.scripts.emplace_back(body);
+}
+
+std::wstring FaultServer::Url(const std::string& path) const {
+  return UrlFor(m_address, path);
+}
+
+std::wstring FaultServer::UrlFor(const std::string& host, const std::string& path) const {
+  return Widen("http://" + host + ":" + std::to_string(port()) + path);
+}
+
+std::vector<RecordedRequest> FaultServer::Requests() const {
+  const std::lock_guard guard(m_mutex);
+  std::vector<RecordedRequest> requests;
+  for (const auto& request : m_requests) requests.push_back(*request);
+  return requests;
+}
+
+std::vector<RecordedRequest> FaultServer::RequestsFor(const std::string& path) const {
+  std::vector<RecordedRequest> requests = Requests();
+  std::erase_if(requests, [&](const RecordedRequest& request) { return request.path != path; });
+  return requests;
+}
+
+bool FaultServer::AwaitConnections(int count) const {
+  return AwaitTrue([&] { return m_connections >= count; });
+}
+
+bool FaultServer::AwaitIdle() const {
+  return AwaitTrue([&] { return m_open_connections == 0; });
+}
+
+void FaultServer::AcceptLoop() {
+  while (!m_stopping) {
+    TestSocket socket = m_listener.Accept(kAcceptSliceMs);
+    if (!socket.valid()) continue;
+    ++m_open_connections;
+    ++m_connections;
+    m_threads.emplace_back([this, accepted = std::move(socket)]() mutable {
+      FaultConnection(*this, std::move(accepted)).Run();
+      --m_open_connections;
+    });
+  }
+}
+
+const FaultScript* FaultServer::TakeScript(const std::string& path) {
+  const std::lock_guard guard(m_mutex);
+  const auto found = m_paths.find(path);
+  if (found == m_paths.end()) return nullptr;
+  PathScripts& entry = found->second;
+  for (std::size_t i = 0; i < entry.scripts.size(); ++i) {
+    const FaultScript& script = entry.scripts[i];
+    if (script.m_times >= 0 && entry.served[i] >= script.m_times) continue;
+    ++entry.served[i];
+    return &script;
+  }
+  return nullptr;
+}
+
+std::shared_ptr<RecordedRequest> FaultServer::Record(const std::string& bytes) {
+  auto request = std::make_shared<RecordedRequest>();
+  request->bytes = bytes;
+  const std::size_t first = bytes.find(' ');
+  const std::size_t second = bytes.find(' ', first + 1);
+  request->method = bytes.substr(0, first);
+  request->path = bytes.substr(first + 1, second - first - 1);
+  const std::lock_guard guard(m_mutex);
+  m_requests.push_back(request);
+  return request;
+}
+
+}  // namespace Tarnlo::test

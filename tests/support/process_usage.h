@@ -1,0 +1,20 @@
+// What this process holds of the system.
+#pragma once
+
+#include <cstdint>
+
+namespace Tarnlo::test {
+
+// Open handles of this process. Includes what the system's own libraries keep.
+int OpenHandles();
+
+int RunningThreads();
+
+// Bytes of memory in use, now and at most so far.
+struct MemoryInUse {
+  std::int64_t now = 0;
+  std::int64_t peak = 0;
+};
+MemoryInUse Memory();
+
+}  // namespace Tarnlo::test

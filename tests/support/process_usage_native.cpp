@@ -1,0 +1,42 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "tests/support/process_usage.h"
+
+namespace Tarnlo::test {
+namespace {
+
+int CountEntries(const char* folder) {
+  const std::filesystem::directory_iterator entries(folder);
+  return static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+// "VmRSS:    1234 kB" as bytes.
+std::int64_t StatusBytes(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    if (word != name + ":") continue;
+    std::int64_t kilobytes = 0;
+    status >> kilobytes;
+    return kilobytes * 1024;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int OpenHandles() {
+  return CountEntries("/proc/self/fd") - 1;  // but not the one that counts
+}
+
+int RunningThreads() {
+  return CountEntries("/proc/self/task");
+}
+
+MemoryInUse Memory() {
+  return {StatusBytes("VmRSS"), StatusBytes("VmHWM")};
+}
+
+}  // namespace Tarnlo::test
