@@ -1,0 +1,403 @@
+#include "hosts/down_host_mgr.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "support/os/clock.h"
+#include "support/os/head_client.h"
+#include "tests/support/cdn.h"
+#include "tests/support/gate.h"
+#include "tests/support/test_log.h"
+#include "tests/support/test_socket.h"
+
+namespace Tarnlo {
+namespace {
+
+using test::Body;
+using test::FaultScript;
+using Steps = std::vector<int>;
+using AddressMap = DownHostMgr::AddressMap;
+
+constexpr int kTries = 5;  // an answer may miss the limits of 6 and 10 ms
+
+class DownHostMgrTest : public testing::Test {
+ protected:
+  // A server at every address of a name, answering with these lengths.
+  test::Cdn& MakeCdn(const std::vector<std::int64_t>& lengths) {
+    test::Cdn& cdn = m_cdn.emplace(static_cast<int>(lengths.size()));
+    EXPECT_TRUE(cdn.valid());
+    for (std::size_t i = 0; i < cdn.size(); ++i) cdn[i].Serve("/f", Body(lengths[i]));
+    return cdn;
+  }
+  bool Init(const std::wstring& url, const os::Event* stop = nullptr) {
+    return InitNull(url.c_str(), stop);
+  }
+  bool InitNull(const wchar_t* url, const os::Event* stop = nullptr) {
+    const test::LogReader log;
+    const bool result = m_hosts->InitHost(url, stop);
+    m_steps = StepsIn(log.LinesOfThisThread());
+    return result;
+  }
+  // With a fresh table until exactly `answers` addresses told their length, or too often.
+  bool InitUntilAnswers(const std::wstring& url, std::ptrdiff_t answers) {
+    bool result = Init(url);
+    for (int i = 1; i < kTries && std::ranges::count(m_steps, 6) != answers; ++i) {
+      m_hosts = std::make_unique<DownHostMgr>();
+      result = Init(url);
+    }
+    return result;
+  }
+  AddressMap Table() { return m_hosts->Addresses(m_cdn->wide_name()); }
+  AddressMap Unused(const std::vector<std::size_t>& servers) {
+    AddressMap map;
+    for (const std::size_t i : servers) map[m_cdn->address(i)] = 0;
+    return map;
+  }
+
+  std::optional<test::Cdn> m_cdn;
+  std::unique_ptr<DownHostMgr> m_hosts = std::make_unique<DownHostMgr>();
+  Steps m_steps;
+
+ private:
+  static Steps StepsIn(const std::vector<std::string>& lines) {
+    static const std::string kPrefix = "[INFO] DownHostMgr InitHost ";
+    Steps steps;
+    for (const std::string& line : lines) {
+      EXPECT_TRUE(line.starts_with(kPrefix)) << line;
+      steps.push_back(std::stoi(line.substr(kPrefix.size())));
+    }
+    return steps;
+  }
+};
+
+TEST_F(DownHostMgrTest, AddressWithAnotherLengthIsRemoved) {
+  MakeCdn({1000, 1000, 999});
+  EXPECT_TRUE(InitUntilAnswers(m_cdn->Url("/f"), 3));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 6, 4, 5, 6, 4, 5, 6, 7, 8, 8, 9, 10, 11}));
+  EXPECT_EQ(Table(), Unused({0, 1}));
+}
+
+TEST_F(DownHostMgrTest, TieKeepsTheSmallerLength) {
+  MakeCdn({700, 500});
+  EXPECT_TRUE(InitUntilAnswers(m_cdn->Url("/f"), 2));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 6, 4, 5, 6, 7, 8, 9, 10, 11}));
+  EXPECT_EQ(Table(), Unused({1}));
+}
+
+TEST_F(DownHostMgrTest, AgreementKeepsAll) {
+  MakeCdn({5, 5, 5});
+  EXPECT_TRUE(InitUntilAnswers(m_cdn->Url("/f"), 3));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 6, 4, 5, 6, 4, 5, 6, 7, 8, 9, 11}));
+  EXPECT_EQ(Table(), Unused({0, 1, 2}));
+}
+
+TEST_F(DownHostMgrTest, NobodyAnswersAndAllStay) {
+  MakeCdn({5, 5, 5});
+  for (std::size_t i = 0; i < 3; ++i) m_cdn->Close(i);
+  EXPECT_TRUE(Init(m_cdn->Url("/f")));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 4, 5, 4, 5, 7, 11}));
+  EXPECT_EQ(Table(), Unused({0, 1, 2}));
+}
+
+TEST_F(DownHostMgrTest, LengthZeroIsNoAnswer) {
+  MakeCdn({0, 0});
+  EXPECT_TRUE(InitUntilAnswers(m_cdn->Url("/f"), 2));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 6, 4, 5, 6, 7, 11}));
+  EXPECT_EQ(Table(), Unused({0, 1}));
+}
+
+TEST_F(DownHostMgrTest, DeadAddressIsRemovedWhenAnotherAnswers) {
+  MakeCdn({5, 5, 5});
+  m_cdn->Close(0);
+  EXPECT_TRUE(InitUntilAnswers(m_cdn->Url("/f"), 2));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 4, 5, 6, 4, 5, 6, 7, 8, 9, 10, 11}));
+  EXPECT_EQ(Table(), Unused({1, 2}));
+}
+
+TEST_F(DownHostMgrTest, SilentAddressIsGivenUpAndRemoved) {
+  test::Cdn& cdn = m_cdn.emplace(2);
+  ASSERT_TRUE(cdn.valid());
+  const test::Gate gate;
+  cdn[0].Serve("/f", Body(5)).HoldingAnswer(gate);
+  cdn[1].Serve("/f", Body(5));
+  EXPECT_TRUE(InitUntilAnswers(cdn.Url("/f"), 1));
+  EXPECT_EQ(m_steps, (Steps{1, 4, 5, 4, 5, 6, 7, 8, 9, 10, 11}));
+  EXPECT_EQ(Table(), Unused({1}));
+}
+
+// The status is not looked at: an error page's length votes.
+TEST_F(DownHostMgrTest, LengthOfAnErrorPageVotes) {
+  test::Cdn& cdn = m_cdn.emplace(3);
+  ASSERT_TRUE(cdn.valid());
+  cdn[0].Serve("/f", Body(50)).WithHeadStatus("404 Not Found");
+  cdn[1].Serve("/f", Body(50)).WithHeadStatus("405 Method Not Allowed");
+  cdn[2].Serve("/f", Body(1000));
+  EXPECT_TRUE(InitUntilAnswers(cdn.Url("/f"), 3));
+  EXPECT_EQ(Table(), Unused({0, 1}));
+}
+
+TEST_F(DownHostMgrTest, RequestNamesTheHostAndLeavesTheQueryOut) {
+  MakeCdn({5});
+  EXPECT_TRUE(InitUntilAnswers(m_cdn->Url("/f?key=1"), 1));
+  const auto requests = (*m_cdn)[0].Requests();
+  ASSERT_FALSE(requests.empty());
+  EXPECT_TRUE(requests[0].bytes.starts_with("HEAD /f HTTP/1.1\r\n")) << requests[0].bytes;
+  EXPECT_EQ(requests[0].Header("Host"), m_cdn->name());
+}
+
+TEST_F(DownHostMgrTest, SecondCallProbesNothing) {
+  MakeCdn({5, 5});
+  EXPECT_TRUE(Init(m_cdn->Url("/f")));
+  const auto requests = (*m_cdn)[0].Requests().size();
+  EXPECT_TRUE(Init(m_cdn->Url("/another")));
+  EXPECT_EQ(m_steps, (Steps{1, 3}));
+  EXPECT_EQ((*m_cdn)[0].Requests().size(), requests);
+}
+
+TEST_F(DownHostMgrTest, NullUrlGivesNothing) {
+  EXPECT_FALSE(InitNull(nullptr));
+  EXPECT_EQ(m_steps, (Steps{1, 2}));
+}
+
+TEST_F(DownHostMgrTest, NameThatDoesNotResolveHasAnEmptyEntryAndIsTriedAgain) {
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_FALSE(Init(L"http://nowhere.tarnlo.test/f"));
+    EXPECT_EQ(m_steps, (Steps{1, 7, 11}));
+    EXPECT_TRUE(m_hosts->HasEntry(L"nowhere.tarnlo.test"));
+    EXPECT_TRUE(m_hosts->Addresses(L"nowhere.tarnlo.test").empty());
+  }
+}
+
+TEST_F(DownHostMgrTest, KeyIsTheHostAsWritten) {
+  MakeCdn({5, 5});
+  EXPECT_TRUE(
+      InitUntilAnswers(L"http://CDN2.Tarnlo.Test:" + std::to_wstring(m_cdn->port()) + L"/f", 2));
+  EXPECT_EQ(m_hosts->Addresses(L"CDN2.Tarnlo.Test"), Unused({0, 1}));
+  EXPECT_FALSE(m_hosts->HasEntry(L"cdn2.tarnlo.test"));
+  EXPECT_EQ(m_hosts->AcquireHostIp(L"cdn2.tarnlo.test", nullptr), 0u);
+}
+
+// An empty host name means this machine, whose addresses are probed in vain.
+TEST_F(DownHostMgrTest, UrlWithoutSchemeHasAnEmptyHost) {
+  const bool result = Init(L"cdn2.tarnlo.test/f");
+  EXPECT_TRUE(m_hosts->HasEntry(L""));
+  EXPECT_EQ(result, !m_hosts->Addresses(L"").empty());
+  EXPECT_FALSE(m_hosts->HasEntry(L"cdn2.tarnlo.test"));
+  EXPECT_EQ(m_steps.front(), 1);
+  EXPECT_EQ(m_steps.back(), 11);
+}
+
+TEST_F(DownHostMgrTest, HandlesAreClosedOnEveryPath) {
+  MakeCdn({5, 6, 5});
+  m_cdn->Close(2);
+  Init(m_cdn->Url("/f"));
+  (*m_cdn)[0].Serve("/g").AnsweringRaw("nonsense\r\n\r\n");
+  m_hosts = std::make_unique<DownHostMgr>();
+  Init(m_cdn->Url("/g"));
+  // Exchanges that earlier tests left behind may end only now.
+  for (int i = 0; i < 3000 && os::OpenHeadHandles() != 0; ++i) os::SleepMs(10);
+  EXPECT_EQ(os::OpenHeadHandles(), 0);
+}
+
+// --- Choosing and giving back
+
+class HostChoiceTest : public DownHostMgrTest {
+ protected:
+  void SetUp() override {
+    MakeCdn({5, 5, 5});
+    for (std::size_t i = 0; i < 3; ++i) m_cdn->Close(i);  // nobody answers: all three stay
+    ASSERT_TRUE(Init(m_cdn->Url("/f")));
+  }
+  os::Ipv4Address Acquire() { return m_hosts->AcquireHostIp(m_cdn->wide_name(), nullptr); }
+  void Release(os::Ipv4Address address) { m_hosts->ReleaseHostIp(m_cdn->wide_name(), address); }
+  void AcquireTimes(int count) {
+    for (int i = 0; i < count; ++i) Acquire();
+  }
+  os::Ipv4Address Address(std::size_t index) { return m_cdn->address(index); }
+};
+
+TEST_F(HostChoiceTest, FirstUnusedComesFirstThenTheLeastUsed) {
+  for (int round = 0; round < 3; ++round) {
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(Acquire(), Address(i));
+  }
+}
+
+TEST_F(HostChoiceTest, UnusedAddressWinsOverBusyOnesBeforeIt) {
+  AcquireTimes(3);
+  Release(Address(2));
+  EXPECT_EQ(Acquire(), Address(2));
+}
+
+TEST_F(HostChoiceTest, SmallestCountWins) {
+  AcquireTimes(6);
+  Release(Address(1));
+  EXPECT_EQ(Table(), (AddressMap{{Address(0), 2}, {Address(1), 1}, {Address(2), 2}}));
+  EXPECT_EQ(Acquire(), Address(1));
+}
+
+TEST_F(HostChoiceTest, CountNeverFallsBelowZero) {
+  Release(Address(0));
+  AcquireTimes(1);
+  Release(Address(0));
+  Release(Address(0));
+  EXPECT_EQ(Table(), Unused({0, 1, 2}));
+}
+
+TEST_F(HostChoiceTest, UnknownAddressesChangeNothing) {
+  AcquireTimes(1);
+  Release(0);
+  Release(test::AddressOf("10.0.0.1"));
+  EXPECT_EQ(Table(), (AddressMap{{Address(0), 1}, {Address(1), 0}, {Address(2), 0}}));
+}
+
+// A clean worker takes X, then Y, and gives Y back twice.
+TEST_F(HostChoiceTest, AddressThatIsNotGivenBackStaysRaised) {
+  const os::Ipv4Address x = Acquire();
+  const os::Ipv4Address y = Acquire();
+  Release(y);
+  Release(y);
+  EXPECT_EQ(Table(), (AddressMap{{x, 1}, {y, 0}, {Address(2), 0}}));
+}
+
+TEST_F(DownHostMgrTest, LookingForAnUnknownHostMakesAnEmptyEntry) {
+  EXPECT_EQ(m_hosts->AcquireHostIp(L"a.tarnlo.test", nullptr), 0u);
+  EXPECT_TRUE(m_hosts->HasEntry(L"a.tarnlo.test"));
+  m_hosts->ReleaseHostIp(L"b.tarnlo.test", test::AddressOf("127.0.0.1"));
+  EXPECT_TRUE(m_hosts->HasEntry(L"b.tarnlo.test"));
+  EXPECT_FALSE(m_hosts->HasEntry(L"c.tarnlo.test"));
+}
+
+// --- While a pass runs: eight addresses that stay silent for 100 ms each
+
+class RunningPassTest : public DownHostMgrTest {
+ protected:
+  void SetUp() override {
+    test::Cdn& cdn = m_cdn.emplace(8);
+    ASSERT_TRUE(cdn.valid());
+    cdn.ServeEverywhere("/f", FaultScript(Body(5)).HoldingAnswer(m_gate));
+  }
+  // Returns when the pass has the table.
+  std::jthread StartPass(const os::Event* stop = nullptr) {
+    std::jthread pass([this, stop] { m_result = m_hosts->InitHost(m_url.c_str(), stop); });
+    EXPECT_TRUE(m_gate.AwaitArrivals());
+    return pass;
+  }
+  bool PassHasReachedTheLast() { return (*m_cdn)[7].connections() > 0; }
+  int Uses() {
+    int sum = 0;
+    for (const auto& [address, uses] : Table()) sum += uses;
+    return sum;
+  }
+
+  test::Gate m_gate;
+  std::wstring m_url;
+  bool m_result = false;
+};
+
+TEST_F(RunningPassTest, ThirtyTwoThreadsWaitAndGetEveryAddressInTurn) {
+  m_url = m_cdn->Url("/f");
+  const std::jthread pass = StartPass();
+  std::vector<os::Ipv4Address> taken(32);
+  {
+    std::vector<std::jthread> threads;
+    for (os::Ipv4Address& address : taken) {
+      threads.emplace_back([&] { address = m_hosts->AcquireHostIp(m_cdn->wide_name(), nullptr); });
+    }
+  }
+  AddressMap expected;
+  for (std::size_t i = 0; i < 8; ++i) expected[m_cdn->address(i)] = 4;
+  EXPECT_EQ(Table(), expected);
+  for (const os::Ipv4Address address : taken) {
+    EXPECT_EQ(std::ranges::count(taken, address), 4);
+    m_hosts->ReleaseHostIp(m_cdn->wide_name(), address);
+  }
+  EXPECT_EQ(Uses(), 0);
+}
+
+TEST_F(RunningPassTest, CallersOfTheSameHostWaitForTheOnePass) {
+  m_url = m_cdn->Url("/f");
+  const std::jthread pass = StartPass();
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 8; ++i) {
+      threads.emplace_back([&] {
+        const test::LogReader log;
+        EXPECT_TRUE(m_hosts->InitHost(m_url.c_str(), nullptr));
+        EXPECT_EQ(log.LinesOfThisThread(),
+                  (std::vector<std::string>{"[INFO] DownHostMgr InitHost 1",
+                                            "[INFO] DownHostMgr InitHost 3"}));
+      });
+    }
+  }
+  EXPECT_EQ(Table().size(), 8u);
+  EXPECT_EQ((*m_cdn)[0].connections(), 1);
+}
+
+TEST_F(RunningPassTest, CallersAtTheSameMomentProbeOnce) {
+  m_url = m_cdn->Url("/f");
+  {
+    std::latch ready(16);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 16; ++i) {
+      threads.emplace_back([&] {
+        ready.arrive_and_wait();
+        EXPECT_TRUE(m_hosts->InitHost(m_url.c_str(), nullptr));
+      });
+    }
+  }
+  for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ((*m_cdn)[i].connections(), 1);
+}
+
+TEST_F(RunningPassTest, StoppedCallerLeavesAndThePassCommits) {
+  m_url = m_cdn->Url("/f");
+  os::Event stop;
+  {
+    const std::jthread pass = StartPass(&stop);
+    stop.Set();
+  }
+  EXPECT_FALSE(m_result);
+  EXPECT_FALSE(PassHasReachedTheLast());
+  EXPECT_EQ(m_hosts->AcquireHostIp(m_cdn->wide_name(), nullptr), m_cdn->address(0));
+  EXPECT_EQ(Table().size(), 8u);
+}
+
+TEST_F(RunningPassTest, StoppedThreadsGetNothingAndLeaveNoTrace) {
+  m_url = m_cdn->Url("/f");
+  os::Event stop;
+  stop.Set();
+  std::jthread pass = StartPass();
+  EXPECT_EQ(m_hosts->AcquireHostIp(m_cdn->wide_name(), &stop), 0u);
+  EXPECT_FALSE(m_hosts->InitHost(m_url.c_str(), &stop));
+  EXPECT_FALSE(PassHasReachedTheLast());
+  pass.join();
+  EXPECT_TRUE(m_result);
+  EXPECT_EQ(Uses(), 0);
+}
+
+TEST_F(RunningPassTest, GivingBackDoesNotWait) {
+  m_url = m_cdn->Url("/f");
+  const std::jthread pass = StartPass();
+  m_hosts->ReleaseHostIp(m_cdn->wide_name(), m_cdn->address(0));
+  EXPECT_FALSE(PassHasReachedTheLast());
+}
+
+TEST_F(RunningPassTest, TableMayGoWhileAPassRuns) {
+  m_url = m_cdn->Url("/f");
+  os::Event stop;
+  {
+    const std::jthread pass = StartPass(&stop);
+    stop.Set();
+  }
+  m_hosts.reset();
+  m_gate.Open();
+  EXPECT_TRUE((*m_cdn)[7].AwaitConnections(1));
+}
+
+}  // namespace
+}  // namespace Tarnlo

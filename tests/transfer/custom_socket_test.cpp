@@ -1,0 +1,227 @@
+#include "transfer/custom_socket.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "support/os/clock.h"
+#include "tests/support/full_listener.h"
+#include "tests/support/test_log.h"
+#include "tests/support/test_socket.h"
+
+namespace Tarnlo {
+namespace {
+
+using test::AddressOf;
+using test::LogReader;
+using test::TestListener;
+using test::TestSocket;
+using Lines = std::vector<std::string>;
+
+constexpr std::uint32_t kPatienceMs = 30'000;
+
+class CustomSocketTest : public testing::Test {
+ protected:
+  void Connect() {
+    ASSERT_TRUE(m_socket.Connect(AddressOf("127.0.0.1"), m_listener.port()));
+    m_peer = m_listener.Accept(kPatienceMs);
+    ASSERT_TRUE(m_peer.valid());
+  }
+  // All that the peer gets until the connection ends.
+  std::string PeerReceivesAll() {
+    std::string bytes;
+    std::array<char, 4096> chunk{};
+    while (m_peer.WaitReadable(kPatienceMs)) {
+      const int count = m_peer.Receive(chunk.data(), chunk.size());
+      if (count < 1) break;
+      bytes.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+    return bytes;
+  }
+
+  TestListener m_listener{"127.0.0.1", 0, 8};
+  CCustomizeSocket m_socket;
+  TestSocket m_peer;
+  std::array<char, 100> m_buffer{};
+};
+
+TEST_F(CustomSocketTest, ConnectsByAddressAndSaysWhere) {
+  const LogReader log;
+  Connect();
+  EXPECT_TRUE(m_socket.connected());
+  EXPECT_EQ(m_socket.GetIp(), L"127.0.0.1");
+  EXPECT_EQ(m_socket.ip(), AddressOf("127.0.0.1"));
+  EXPECT_EQ(m_socket.port(), m_listener.port());
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Connect ip: 127.0.0.1"});
+}
+
+TEST_F(CustomSocketTest, ConnectsByName) {
+  EXPECT_TRUE(m_socket.Connect(L"127.0.0.1", m_listener.port()));
+  EXPECT_TRUE(m_listener.Accept(kPatienceMs).valid());
+}
+
+TEST_F(CustomSocketTest, NullNameIsRefused) {
+  const LogReader log;
+  EXPECT_FALSE(m_socket.Connect(nullptr, m_listener.port()));
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 1"});
+}
+
+TEST_F(CustomSocketTest, UnknownNameLeavesAnOpenConnectionAlone) {
+  Connect();
+  const LogReader log;
+  EXPECT_FALSE(m_socket.Connect(L"no-such-host.invalid", m_listener.port()));
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 2"});
+  EXPECT_TRUE(m_socket.connected());
+  EXPECT_TRUE(m_socket.Send("x", 1));
+}
+
+TEST_F(CustomSocketTest, AddressThatCannotBeConnectedToFailsAtOnce) {
+  const LogReader log;
+  EXPECT_FALSE(m_socket.Connect(AddressOf("255.255.255.255"), 9));
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 5: -1"});
+  EXPECT_EQ(m_socket.ip(), 0U);
+}
+
+TEST_F(CustomSocketTest, NullNameResolvesToThisMachine) {
+  EXPECT_NE(m_socket.ResolveHost(nullptr), 0U);
+  EXPECT_EQ(m_socket.ResolveHost(L"127.0.3.9"), AddressOf("127.0.3.9"));
+}
+
+TEST_F(CustomSocketTest, SecondConnectClosesTheFirstConnection) {
+  Connect();
+  TestSocket first = std::move(m_peer);
+  Connect();
+  EXPECT_TRUE(first.WaitReadable(kPatienceMs));
+  EXPECT_EQ(first.Receive(m_buffer.data(), m_buffer.size()), 0);
+  EXPECT_TRUE(m_socket.Send("x", 1));
+  EXPECT_TRUE(m_peer.WaitReadable(kPatienceMs));
+}
+
+TEST_F(CustomSocketTest, SendsTextWithItsTerminator) {
+  Connect();
+  EXPECT_TRUE(m_socket.Send(L"GET /\x00E4"));
+  m_socket.Close();
+  EXPECT_EQ(PeerReceivesAll(), std::string("GET /\xE4\0", 7));
+}
+
+TEST_F(CustomSocketTest, SendsTextUpToTheBoundAndNothingBeyond) {
+  Connect();
+  EXPECT_FALSE(m_socket.Send(std::wstring(CCustomizeSocket::kMaxText, L'a').c_str()));
+  EXPECT_TRUE(m_socket.Send(std::wstring(CCustomizeSocket::kMaxText - 1, L'a').c_str()));
+  m_socket.Close();
+  EXPECT_EQ(PeerReceivesAll(),
+            std::string(CCustomizeSocket::kMaxText - 1, 'a') + std::string(1, '\0'));
+}
+
+TEST_F(CustomSocketTest, NothingToSendIsSent) {
+  EXPECT_TRUE(m_socket.Send("x", 0));
+  EXPECT_TRUE(m_socket.Send("x", -1));
+  EXPECT_TRUE(m_socket.Send(nullptr, 5));
+}
+
+TEST_F(CustomSocketTest, ClosedSocketDoesNotSend) {
+  EXPECT_FALSE(m_socket.Send("x", 1));
+  EXPECT_FALSE(m_socket.Send(L""));
+}
+
+TEST_F(CustomSocketTest, ReceivesWhatIsThere) {
+  Connect();
+  ASSERT_EQ(m_peer.Send("hello", 5), 5);
+  ASSERT_EQ(m_socket.Receive(m_buffer.data(), 2), 2);
+  ASSERT_EQ(m_socket.Receive(m_buffer.data() + 2, 50), 3);
+  EXPECT_EQ(std::string(m_buffer.data(), 5), "hello");
+}
+
+TEST_F(CustomSocketTest, NegativeCapacityFailsWithoutALine) {
+  Connect();
+  const LogReader log;
+  EXPECT_EQ(m_socket.Receive(m_buffer.data(), -1), -1);
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{});
+}
+
+TEST_F(CustomSocketTest, ClosedPeerIsSeenOnce) {
+  Connect();
+  m_peer.Close();
+  const LogReader log;
+  EXPECT_EQ(m_socket.Receive(m_buffer.data(), 10), 0);
+  EXPECT_FALSE(m_socket.connected());
+  EXPECT_EQ(m_socket.ip(), 0U);
+  EXPECT_EQ(m_socket.Receive(m_buffer.data(), 10), -1);
+  EXPECT_EQ(log.LinesOfThisThread(), (Lines{"[INFO] CCustomizeSocket Receive err 5",
+                                            "[INFO] CCustomizeSocket Receive err 1"}));
+}
+
+TEST_F(CustomSocketTest, ResetFailsAndLeavesTheConnectionToTheCaller) {
+  // A listener that goes resets the connections that it had not accepted yet.
+  std::optional<TestListener> listener(std::in_place, "127.0.0.1", std::uint16_t{0}, 8);
+  ASSERT_TRUE(m_socket.Connect(AddressOf("127.0.0.1"), listener->port()));
+  listener.reset();
+  const LogReader log;
+  const int result = m_socket.Receive(m_buffer.data(), 10);
+  if (result == 0) {  // Wine shows a reset as an orderly end
+    EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Receive err 5"});
+    return;
+  }
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Receive err 6"});
+  EXPECT_TRUE(m_socket.connected());
+  EXPECT_EQ(m_socket.ip(), AddressOf("127.0.0.1"));
+}
+
+TEST_F(CustomSocketTest, AddressIsTakenOnce) {
+  Connect();
+  EXPECT_EQ(m_socket.TakeIp(), AddressOf("127.0.0.1"));
+  EXPECT_EQ(m_socket.TakeIp(), 0U);
+  EXPECT_TRUE(m_socket.connected());
+}
+
+TEST_F(CustomSocketTest, StopEndsAReceive) {
+  Connect();
+  os::Event stop;
+  m_socket.SetStopEvent(&stop);
+  const LogReader log;
+  std::jthread stopper([&] { stop.Set(); });
+  const std::uint32_t begin = os::TickMs();
+  EXPECT_EQ(m_socket.Receive(m_buffer.data(), 10), -1);
+  EXPECT_LT(os::TickMs() - begin, 500U);
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Receive err 6"});
+}
+
+TEST_F(CustomSocketTest, StopEndsAConnect) {
+  const test::FullListener listener;
+  os::Event stop;
+  m_socket.SetStopEvent(&stop);
+  const LogReader log;
+  std::jthread stopper([&] { stop.Set(); });
+  const std::uint32_t begin = os::TickMs();
+  EXPECT_FALSE(m_socket.Connect(AddressOf("127.0.0.1"), listener.port()));
+  EXPECT_LT(os::TickMs() - begin, 500U);
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 6"});
+}
+
+TEST_F(CustomSocketTest, StopRefusesConnectAndSend) {
+  Connect();
+  os::Event stop;
+  m_socket.SetStopEvent(&stop);
+  stop.Set();
+  const LogReader log;
+  EXPECT_FALSE(m_socket.Send("x", 1));
+  EXPECT_FALSE(m_socket.Connect(AddressOf("127.0.0.1"), m_listener.port()));
+  EXPECT_EQ(m_socket.ResolveHost(L"127.0.0.1"), 0U);
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 6"});
+}
+
+TEST_F(CustomSocketTest, DestructionClosesTheConnection) {
+  std::optional<CCustomizeSocket> socket(std::in_place);
+  ASSERT_TRUE(socket->Connect(AddressOf("127.0.0.1"), m_listener.port()));
+  m_peer = m_listener.Accept(kPatienceMs);
+  socket.reset();
+  EXPECT_TRUE(m_peer.WaitReadable(kPatienceMs));
+  EXPECT_EQ(m_peer.Receive(m_buffer.data(), m_buffer.size()), 0);
+}
+
+}  // namespace
+}  // namespace Tarnlo
