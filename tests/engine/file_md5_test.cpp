@@ -1,0 +1,66 @@
+#include "engine/file_md5.h"
+
+#include <gtest/gtest.h>
+
+#include "support/os/file.h"
+#include "tests/support/temp_folder.h"
+
+namespace Tarnlo {
+namespace {
+
+// A file of zeroes that takes no room.
+std::wstring SparseFile(const test::TempFolder& folder, std::int64_t size) {
+  std::wstring path = folder.File(L"zeroes");
+  os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kNone,
+                                 os::FileCreation::kCreateAlways);
+  EXPECT_TRUE(file.Seek(size) && file.SetEnd());
+  return path;
+}
+
+TEST(FileMd5Test, DigestOfAFile) {
+  const test::TempFolder folder;
+  test::WriteFileBytes(folder.File(L"f"), "message digest");
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"f"), nullptr), L"F96B697D7CB7938D525A2F31AAF161D0");
+}
+
+TEST(FileMd5Test, EmptyFileHasTheDigestOfNothing) {
+  const test::TempFolder folder;
+  test::WriteFileBytes(folder.File(L"f"), "");
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"f"), nullptr), L"D41D8CD98F00B204E9800998ECF8427E");
+}
+
+// From `head -c N /dev/zero | md5sum`.
+TEST(FileMd5Test, FilesAroundOneBlockAgreeWithMd5sum) {
+  const test::TempFolder folder;
+  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (64 << 20) - 1), nullptr),
+            L"E56021D8D7EAC567C0EB1F79F9E8F69F");
+  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, 64 << 20), nullptr),
+            L"7F614DA9329CD3AEBF59B91AADC30BF0");
+  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (64 << 20) + 1), nullptr),
+            L"279F6C15A48C009464BECE2B1BB75A70");
+}
+
+TEST(FileMd5Test, MissingFileHasNoDigest) {
+  const test::TempFolder folder;
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"missing"), nullptr), L"");
+}
+
+TEST(FileMd5Test, FileThatSomeoneWritesToHasNoDigest) {
+  const test::TempFolder folder;
+  const os::File writer = os::File::Open(folder.File(L"f"), os::FileAccess::kReadWrite,
+                                         os::FileShare::kRead, os::FileCreation::kCreateAlways);
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"f"), nullptr), L"");
+}
+
+TEST(FileMd5Test, StopBeforeABlockIsToldApartFromFailure) {
+  const test::TempFolder folder;
+  test::WriteFileBytes(folder.File(L"f"), "bytes");
+  os::Event stop;
+  EXPECT_TRUE(ComputeFileMd5(folder.File(L"f"), &stop).has_value());
+  stop.Set();
+  EXPECT_FALSE(ComputeFileMd5(folder.File(L"f"), &stop).has_value());
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"missing"), &stop), L"");
+}
+
+}  // namespace
+}  // namespace Tarnlo

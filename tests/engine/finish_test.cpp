@@ -1,0 +1,187 @@
+// From the last byte to the finished file: the rename, the digest, the name.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "support/os/file.h"
+#include "support/report_store.h"
+#include "support/sized_file.h"
+#include "tests/engine/job_fixture.h"
+
+namespace Tarnlo::test {
+namespace {
+
+constexpr std::int64_t kSmall = 10'000;
+constexpr char kRenaming[] = "CDownloadManager HandleDownloadFinished 5";
+
+class FinishTest : public JobTest {
+ protected:
+  // As a virus scanner holds a file: nobody may rename it meanwhile.
+  static os::File Hold(const std::wstring& path, os::FileShare share,
+                       os::FileCreation creation = os::FileCreation::kOpenExisting) {
+    os::File file = os::File::Open(path, os::FileAccess::kRead, share, creation);
+    EXPECT_TRUE(file.valid());
+    return file;
+  }
+  // Lets go 300 ms after the job has come to the rename.
+  void ReleaseAfterTheFirstTry(os::File& holder) {
+    ASSERT_TRUE(Log().Await(kRenaming));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    holder.Close();
+  }
+  void Expect(const std::wstring& md5_list) {
+    Job().SetMd5Check(true);
+    Job().SetExpectedMd5(md5_list);
+  }
+  // What the job says after the last byte.
+  std::string LastLines() {
+    const std::string lines = JobLines();
+    return lines.substr(std::min(lines.find("T13 "), lines.size()));
+  }
+};
+
+TEST_F(FinishTest, TargetHeldFor300MsIsReplacedAllTheSame) {
+  WriteFileBytes(Target(L"f"), "old");
+  os::File holder = Hold(Target(L"f"), os::FileShare::kNone);
+  Serve("/f", Body(kSmall));
+  ASSERT_TRUE(Start("/f"));
+  ReleaseAfterTheFirstTry(holder);
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  AwaitRunEnd();
+  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F15 T19 T20 T2");
+  EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
+}
+
+TEST_F(FinishTest, TemporaryFileHeldFor300MsIsRenamedAllTheSame) {
+  Gate& gate = NewGate();
+  Serve("/f", Body(kSmall)).Times(1);
+  Serve("/f", Body(kSmall)).HoldingAnswer(gate);
+  ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(gate.AwaitArrivals(6));
+  os::File holder = Hold(Temporary(L"f"), os::FileShare::kReadWrite);
+  gate.Open();
+  ReleaseAfterTheFirstTry(holder);
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  AwaitRunEnd();
+  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
+}
+
+TEST_F(FinishTest, StopWhileTheTargetIsHeldIsPromptAndKeepsEveryByte) {
+  WriteFileBytes(Target(L"f"), "old");
+  os::File holder = Hold(Target(L"f"), os::FileShare::kNone);
+  Serve("/f", Body(kSmall));
+  ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(Log().Await(kRenaming));
+  Pause();
+  EXPECT_EQ(Observer().CountOf(kEventFinished), 0u);
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F6 F16 T19 T22 T23 T2");
+  EXPECT_EQ(ReadTrailer(Temporary(L"f"), kSmall).MissingBytes(), 0);
+  holder.Close();
+  EXPECT_EQ(ReadFileBytes(Target(L"f")), "old");
+
+  ASSERT_TRUE(Continue("/f"));
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
+  EXPECT_EQ(RangesAskedFor().size(), 6u);  // the first run's
+}
+
+TEST_F(FinishTest, StopWhileTheFileIsHashedDeletesNothing) {
+  constexpr std::int64_t kLarge = std::int64_t{1} << 31;
+  Trailer trailer{6, {}};
+  for (std::int64_t i = 0; i < 6; ++i) {
+    const std::int64_t length = kLarge / 6 + (i == 0 ? kLarge % 6 : 0);
+    trailer.records.push_back({i == 0 ? 0 : kLarge - (6 - i) * length, length, length});
+  }
+  const std::string bytes = EncodeTrailer(trailer);
+  ASSERT_EQ(CreateSizedFile(Temporary(L"f"), kLarge + 148), SizedFileResult::kDone);
+  os::File file = os::File::Open(Temporary(L"f"), os::FileAccess::kReadWrite, os::FileShare::kNone,
+                                 os::FileCreation::kOpenExisting);
+  ASSERT_TRUE(file.Seek(kLarge));
+  ASSERT_EQ(file.Write(bytes.data(), 148), 148u);
+  file.Close();
+  Serve("/f", Body(kLarge));
+  Expect(std::wstring(32, L'0'));
+  ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(Log().Await("CDownloadManager HandleDownloadFinished 11"));
+  Pause();
+  EXPECT_EQ(Observer().CountOf(kEventFinished), 0u);
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F10 F11 F16 T19 T22 T23 T2");
+  EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
+  EXPECT_EQ(SizeOf(Target(L"f")), kLarge);
+
+  // The next run looks at what is there.
+  ASSERT_TRUE(Continue("/f"));
+  ASSERT_TRUE(Log().Await("CDownloadManager StartMTRDownload 7"));
+  Pause();
+  EXPECT_EQ(SizeOf(Target(L"f")), kLarge);
+}
+
+TEST_F(FinishTest, SecondDigestOfTheListMatches) {
+  const Body body(kSmall);
+  Serve("/f", body);
+  Expect(std::wstring(32, L'0') + L"," + Md5Of(body));
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F10 F11 F12 M1 F13 F15 T19 T20 T2");
+  CReportStore& facts = CReportStore::Shared();
+  EXPECT_EQ(facts.Properties()[L"downpackagemd5"], Md5Of(body));
+  const auto records = facts.Records();
+  for (const std::wstring& fact :
+       {L"{\"filemd5_7\":\"" + Md5Of(body) + L"\"}", std::wstring(L"{\"matchmd5_7\":1}")}) {
+    EXPECT_NE(std::ranges::find(records, fact), records.end());
+  }
+}
+
+TEST_F(FinishTest, ListThatBeginsWithACommaIsVerifiedAtTheEndAlone) {
+  const Body body(kSmall);
+  WriteFileBytes(Target(L"f"), "old");
+  Serve("/f", body);
+  Expect(L"," + Md5Of(body));
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(JobLines().find("S7"), std::string::npos);
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F10 F11 F12 M1 F13 F15 T19 T20 T2");
+}
+
+TEST_F(FinishTest, ListOfThreeCharactersIsNone) {
+  Serve("/f", Body(kSmall));
+  Expect(L"abc");
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F15 T19 T20 T2");
+}
+
+TEST_F(FinishTest, ListOfFourCharactersIsOne) {
+  Serve("/f", Body(kSmall));
+  Expect(L"abcd");
+  ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(Log().Await("ThreadProc_DownloadMTR 21"));
+  Pause();
+  EXPECT_TRUE(Files().empty());
+}
+
+TEST_F(FinishTest, WithTheCheckOffTheListDoesNotCount) {
+  Serve("/f", Body(kSmall));
+  Expect(std::wstring(32, L'0'));
+  Job().SetMd5Check(false);
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F15 T19 T20 T2");
+}
+
+TEST_F(FinishTest, ServerThatSendsMoreThanItSaysFillsTheFileAndNoMore) {
+  const Body body(kSmall);
+  Serve("/f", body).RunningOver(5'000);
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(FileDifference(Target(L"f"), body), "");
+}
+
+TEST_F(FinishTest, ServerThatSendsMoreOverOneConnectionFillsTheFileAndNoMore) {
+  const Body body(kSmall);
+  Serve("/f", body).IgnoringRanges().RunningOver(50'000);
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(FileDifference(Target(L"f"), body), "");
+}
+
+}  // namespace
+}  // namespace Tarnlo::test

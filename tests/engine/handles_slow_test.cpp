@@ -1,0 +1,63 @@
+// What a job holds of the system while it is paused and continued over and over.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "tests/engine/job_fixture.h"
+#include "tests/support/process_usage.h"
+
+namespace Tarnlo::test {
+namespace {
+
+constexpr int kRounds = 250;
+constexpr int kSlack = 10;  // what the system's libraries keep for themselves; a leak is a multiple
+
+class SlowPauses : public JobTest, public testing::WithParamInterface<int> {
+ protected:
+  // Works until the job is somewhere: on its first lines, in the probe, among running workers.
+  void PauseSomewhere(int round) {
+    if (round % 20 == 0) {
+      const std::size_t lengths = Observer().CountOf(kEventRangeLength);
+      ASSERT_TRUE(Start("/f"));
+      ASSERT_TRUE(Observer().AwaitCount(kEventRangeLength, lengths + 6));
+    } else {
+      ASSERT_TRUE(Start("/f"));
+      std::this_thread::sleep_for(std::chrono::milliseconds(m_random() % 6));
+    }
+    Pause();
+    Job().SetNotifying(true);
+    ASSERT_TRUE(Job().RenewStopEvent());
+  }
+  // Threads that were left behind in a call of the system's end by themselves.
+  static int SettledHandles(int wanted) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (OpenHandles() > wanted && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return OpenHandles();
+  }
+
+  std::minstd_rand m_random{std::random_device()()};
+};
+
+TEST_P(SlowPauses, LeaveTheHandlesWhereTheyWere) {
+  const auto pause_and_continue = [&](int rounds) {
+    RenewServer();
+    Serve("/f", Body(600'000)).Trickling(100'000);
+    for (int round = 0; round < rounds && !HasFailure(); ++round) PauseSomewhere(round);
+    RenewServer();
+  };
+  pause_and_continue(21);  // what is made once and kept
+  const int before = OpenHandles();
+  pause_and_continue(kRounds);
+  EXPECT_LE(SettledHandles(before + kSlack), before + kSlack);
+  EXPECT_EQ(Observer().CountOf(kEventFinished), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(ThousandRounds, SlowPauses, testing::Range(0, 1'000 / kRounds));
+
+}  // namespace
+}  // namespace Tarnlo::test

@@ -1,0 +1,193 @@
+// Who gets whose bytes when a connection has finished its own.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "tests/engine/table_fixture.h"
+
+namespace Tarnlo::test {
+namespace {
+
+constexpr std::int64_t kQuick = 10;  // bytes of the worker that finishes first
+
+class ReassignTest : public TableTest {
+ protected:
+  // Worker 0 has finished; worker 1 runs and has `left` bytes to go.
+  void StartWithDonor(std::int64_t left) {
+    constexpr std::int64_t kReceived = 50'000;
+    m_size = kQuick + kReceived + left;
+    m_gate = &NewGate();
+    Server().Serve("/quick", Body(m_size));
+    Server().Serve("/stalls", Body(m_size)).StallingAfter(kReceived, *m_gate);
+    Start({{"/quick", {0, kQuick, 0}}, {"/stalls", {kQuick, kReceived + left, 0}}});
+    AwaitEndOf(0);
+    AwaitRemaining(left);
+  }
+  void FinishAndCompare() {
+    m_gate->Open();
+    RunToTheEnd();
+    EXPECT_TRUE(Table().AllRangesDone());
+    EXPECT_EQ(Table().Remaining(true), 0);
+    EXPECT_EQ(FileDifference(File(), Body(m_size)), "");
+  }
+
+  std::int64_t m_size = 0;
+  Gate* m_gate = nullptr;
+};
+
+TEST_F(ReassignTest, DonorWith102399BytesLeftKeepsThem) {
+  StartWithDonor(102'399);
+  EXPECT_FALSE(Table().Reassign(0));
+  EXPECT_TRUE(LengthsToldAgain().empty());
+  Table().CloseThread(0);
+  FinishAndCompare();
+}
+
+TEST_F(ReassignTest, DonorWith102400BytesLeftGivesItsLast51200) {
+  StartWithDonor(102'400);
+  EXPECT_TRUE(Table().Reassign(0));
+  const std::vector<RangeRecord> records = Table().Records();
+  EXPECT_EQ(records[0], (RangeRecord{m_size - 51'200, 51'200, 0}));
+  EXPECT_EQ(records[1].start, kQuick);
+  EXPECT_EQ(records[1].length, m_size - 51'200 - kQuick);
+  // The new owner's length is told first.
+  EXPECT_EQ(LengthsToldAgain(), (Lengths{{0, 51'200}, {1, records[1].length}}));
+  FinishAndCompare();
+}
+
+TEST_F(ReassignTest, OddRestIsHalvedDownwards) {
+  StartWithDonor(102'401);
+  EXPECT_TRUE(Table().Reassign(0));
+  EXPECT_EQ(Table().Records()[0].length, 51'200);
+  FinishAndCompare();
+}
+
+TEST_F(ReassignTest, StalledDonorIsEatenUpToWhatIsNotWorthAConnection) {
+  StartWithDonor(6'400'000);
+  int given = 0;
+  while (Table().Reassign(0)) {
+    ++given;
+    AwaitEndOf(0);
+  }
+  EXPECT_EQ(given, 6);  // 6,400,000 halved until less than 102,400 is left
+  Table().CloseThread(0);
+  FinishAndCompare();
+}
+
+TEST_F(ReassignTest, FailedWorkersWholeRestGoesFirst) {
+  constexpr std::int64_t kFailing = 5'000;
+  constexpr std::int64_t kRunning = 500'000;
+  const Body body(kQuick + kFailing + kRunning);
+  Gate& gate = NewGate();
+  Server().Serve("/quick", body);
+  Server().Serve("/fails", body).Times(2).ClosingAfter(1'000);  // then its thread ends
+  Server().Serve("/fails", body);
+  Server().Serve("/held", body).HoldingAnswer(gate);
+  Start({{"/quick", {0, kQuick, 0}},
+         {"/held", {kQuick + kFailing, kRunning, 0}},
+         {"/fails", {kQuick, kFailing, 0}}});
+  AwaitEndOf(0);
+  AwaitEndOf(2);
+  EXPECT_FALSE(Table().succeeded(2));
+  const auto donor = Table().FindLargestRemaining();
+  ASSERT_TRUE(donor.has_value());
+  EXPECT_EQ(donor->index, 2);
+  EXPECT_EQ(donor->remaining, 3'000);
+  EXPECT_FALSE(donor->running);
+
+  EXPECT_TRUE(Table().Reassign(0));
+  const std::vector<RangeRecord> records = Table().Records();
+  EXPECT_EQ(records[0], (RangeRecord{kQuick + 2'000, 3'000, 0}));
+  EXPECT_EQ(records[2], (RangeRecord{kQuick, 2'000, 2'000}));
+  EXPECT_TRUE(Table().succeeded(2));  // what it has left is covered
+  EXPECT_EQ(LengthsToldAgain(), (Lengths{{0, 3'000}, {2, 2'000}}));
+  gate.Open();
+  RunToTheEnd();
+  EXPECT_TRUE(Table().AllRangesDone());
+  EXPECT_EQ(FileDifference(File(), body), "");
+}
+
+TEST_F(ReassignTest, FirstFailedWorkerWinsOverALargerOne) {
+  const Body body(10'000);
+  Server().Serve("/quick", body);
+  Start({{"/quick", {0, kQuick, 0}}, {"/no", {10, 990, 0}}, {"/no", {1'000, 9'000, 0}}});
+  for (const std::int32_t index : {0, 1, 2}) AwaitEndOf(index);
+  EXPECT_EQ(Table().FindLargestRemaining()->index, 1);
+  EXPECT_TRUE(Table().Reassign(0));
+  AwaitEndOf(0);
+  EXPECT_TRUE(Table().Reassign(0));
+  EXPECT_EQ(Table().Records()[0], (RangeRecord{1'000, 9'000, 0}));
+  AwaitEndOf(0);
+  EXPECT_FALSE(Table().Reassign(0));
+  EXPECT_TRUE(Table().AllRangesDone());
+  EXPECT_EQ(Table().Remaining(true), 0);
+  EXPECT_EQ(FileDifference(File(), body), "");
+}
+
+TEST_F(ReassignTest, EarliestOfTwoEqualRestsWins) {
+  const Body body(kQuick + 400'000);
+  Gate& gate = NewGate();
+  Server().Serve("/quick", body);
+  Server().Serve("/held", body).HoldingAnswer(gate);
+  Start({{"/quick", {0, kQuick, 0}},
+         {"/held", {kQuick, 200'000, 0}},
+         {"/held", {kQuick + 200'000, 200'000, 0}}});
+  AwaitEndOf(0);
+  EXPECT_EQ(Table().FindLargestRemaining()->index, 1);
+  gate.Open();
+  RunToTheEnd();
+  EXPECT_EQ(FileDifference(File(), body), "");
+}
+
+TEST_F(ReassignTest, OneConnectionHasNobodyToTakeFrom) {
+  Server().Serve("/f", Body(100));
+  Start({{"/f", {0, 100, 0}}});
+  AwaitEndOf(0);
+  EXPECT_FALSE(Table().FindLargestRemaining().has_value());
+  EXPECT_FALSE(Table().Reassign(0));
+}
+
+// A worker may fail after its last byte was written: there is nothing left to give.
+TEST_F(ReassignTest, CompleteRangeIsNeverGivenAgain) {
+  const Body body(200);
+  Server().Serve("/f", body);
+  Start({{"/f", {0, 100, 0}}, {"/no", {100, 100, 0}}});
+  AwaitEndOf(0);
+  AwaitEndOf(1);
+  EXPECT_TRUE(Table().Reassign(0));
+  AwaitEndOf(0);
+  EXPECT_FALSE(Table().FindLargestRemaining().has_value());
+  EXPECT_EQ(Table().Remaining(true), 0);
+}
+
+// --- What the job reports meanwhile --------------------------------------------------------------
+
+class ProgressReports : public JobTest {};
+
+TEST_F(ProgressReports, NeverFallAndAre100MsApart) {
+  constexpr std::int64_t kSize = 3'000'000;
+  Serve("/f", Body(kSize)).Times(3).Trickling(200'000);  // the probe and two slow workers
+  Serve("/f", Body(kSize)).Trickling(900'000);
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSize)), "");
+  EXPECT_GT(Observer().CountOf(kEventRangeLength), 6u) << "no range changed hands";
+
+  const auto reports = Observer().EventsOf(kEventProgress);
+  const auto stamps = Observer().StampsOf(kEventProgress);
+  ASSERT_GE(reports.size(), 3u);
+  for (std::size_t i = 0; i < reports.size(); ++i) {
+    const TaskProgress& report = reports[i].progress;
+    EXPECT_EQ(reports[i].code, kWholeJob);
+    EXPECT_EQ(report.task_id, kTaskId);
+    EXPECT_EQ(report.total, kSize);
+    EXPECT_LE(report.downloaded, kSize);
+    EXPECT_EQ(report.speed % 1000, 0u);
+    if (i == 0) continue;
+    EXPECT_GE(report.downloaded, reports[i - 1].progress.downloaded);
+    EXPECT_GE(stamps[i].tick - stamps[i - 1].tick, 100u);
+  }
+}
+
+}  // namespace
+}  // namespace Tarnlo::test
