@@ -1,0 +1,365 @@
+// A host that links the import library and uses nothing but the exports. The disabled tests are
+// processes of their own.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "api/tarnlo.h"
+#include "tests/abi/host_record.h"
+#include "tests/abi/pe_tables.h"
+#include "tests/support/child_process.h"
+#include "tests/support/fault_server.h"
+#include "tests/support/gate.h"
+#include "tests/support/temp_folder.h"
+
+namespace Tarnlo {
+namespace {
+
+using test::HostRecord;
+
+constexpr std::int64_t kSize = 600'000;
+
+void SetCallbacks() {
+  set_callback_start(&HostRecord::Start);
+  set_callback_process(&HostRecord::Progress);
+  set_callback_complete(&HostRecord::Complete);
+  set_callback_fail(&HostRecord::Fail);
+}
+
+std::string Narrow(const std::wstring& ascii) {
+  return {ascii.begin(), ascii.end()};
+}
+
+class AbiTest : public testing::Test {
+ protected:
+  AbiTest() {
+    m_server.Serve("/f", m_body);
+    m_server.Serve("/stalled", m_body).StallingAfter(1000, m_gate);
+    SetCallbacks();
+  }
+  ~AbiTest() override {
+    for (std::int32_t id = 1; id <= 20; ++id) cancel_task(id);
+    m_record.Clear();
+  }
+
+  [[nodiscard]] Task TaskOf(std::int32_t id, const std::string& path) const {
+    Task task;
+    task.save_dir = m_folder.path();
+    task.url = Narrow(m_server.Url(path));
+    task.id = id;
+    return task;
+  }
+  std::int32_t Create(std::int32_t id, const std::string& path) {
+    const Task task = TaskOf(id, path);
+    return create_task(&task);
+  }
+  void ExpectFile(const std::wstring& name) const {
+    EXPECT_EQ(test::FileDifference(m_folder.File(name), m_body), "");
+  }
+
+  const test::Body m_body{kSize};
+  test::Gate m_gate;
+  test::TempFolder m_folder;
+  test::FaultServer m_server;
+  HostRecord& m_record = HostRecord::Get();
+};
+
+// --- The tables of the DLL
+
+const std::set<std::string> kExports = {"_ZN6Tarnlo10pause_taskEi",
+                                        "_ZN6Tarnlo11cancel_taskEi",
+                                        "_ZN6Tarnlo11create_taskEPKNS_4TaskE",
+                                        "_ZN6Tarnlo13continue_taskEi",
+                                        "_ZN6Tarnlo13get_all_tasksB5cxx11Ev",
+                                        "_ZN6Tarnlo13test_downloadEv",
+                                        "_ZN6Tarnlo15cancel_all_taskEv",
+                                        "_ZN6Tarnlo17set_callback_failEPFviNS_12NsResultEnumEE",
+                                        "_ZN6Tarnlo18set_callback_startEPFviE",
+                                        "_ZN6Tarnlo20set_callback_processEPFvixxiE",
+                                        "_ZN6Tarnlo21set_callback_completeEPFviE",
+                                        "_ZN6Tarnlo7CtarnloC1Ev",
+                                        "_ZN6Tarnlo7CtarnloC2Ev",
+                                        "_ZN6Tarnlo7ntarnloE",
+                                        "_ZN6Tarnlo8fntarnloEv"};
+
+TEST(TablesTest, ExportsAreTheInterfaceAndNothingElse) {
+  EXPECT_EQ(test::PeFile(test::FileOfModule(L"tarnlo.dll")).Exports(), kExports);
+}
+
+TEST(TablesTest, ImportsAreSystemLibrariesAlone) {
+  std::set<std::string> modules;
+  for (std::string name : test::PeFile(test::FileOfModule(L"tarnlo.dll")).ImportedModules()) {
+    for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    modules.insert(name);
+  }
+  EXPECT_EQ(modules, (std::set<std::string>{"KERNEL32.DLL", "MSVCRT.DLL", "USER32.DLL",
+                                            "VERSION.DLL", "WINHTTP.DLL", "WS2_32.DLL"}));
+}
+
+// "_ZN6Tarnlo10pause_taskEi" is the function pause_task.
+std::string PlainName(const std::string& decorated) {
+  std::size_t at = std::string("_ZN6Tarnlo").size();
+  const std::size_t length = std::stoul(decorated.substr(at));
+  at = decorated.find_first_not_of("0123456789", at);
+  return decorated.substr(at, length);
+}
+
+TEST(TablesTest, ApiPageHasASectionForEveryExportAndNoOther) {
+  const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+  std::ifstream page(root / "docs" / "api.md");
+  ASSERT_TRUE(page.is_open());
+  std::set<std::string> sections;
+  for (std::string line; std::getline(page, line);) {
+    if (line.starts_with("### `")) sections.insert(line.substr(5, line.find('`', 5) - 5));
+  }
+  std::set<std::string> names;
+  for (const std::string& name : kExports) names.insert(PlainName(name));
+  EXPECT_EQ(sections, names);
+}
+
+// --- Before the first task
+
+TEST(AbiChild, DISABLED_BeforeTheFirstTask) {
+  SetCallbacks();
+  EXPECT_FALSE(cancel_task(1));
+  EXPECT_FALSE(pause_task(1));
+  EXPECT_FALSE(continue_task(1));
+  EXPECT_TRUE(cancel_all_task());
+  EXPECT_EQ(get_all_tasks(), "");
+  EXPECT_EQ(fntarnlo(), 0);
+  EXPECT_EQ(ntarnlo, 0);
+  const Ctarnlo one;
+  Ctarnlo other;
+  other = one;
+}
+
+TEST(StartTest, NothingIsStartedBeforeTheFirstTask) {
+  const test::TempFolder temp;
+  EXPECT_EQ(test::RunTestInChild("AbiChild.DISABLED_BeforeTheFirstTask", temp.path()), 0);
+  EXPECT_TRUE(temp.Names().empty());  // no log
+}
+
+TEST_F(AbiTest, DISABLED_SixteenFirstTasks) {
+  constexpr std::int32_t kThreads = 16;
+  std::vector<test::TempFolder> folders(kThreads + 1);
+  std::atomic<bool> starting{true};
+  std::jthread other([&] {
+    while (starting) EXPECT_FALSE(continue_task(99));  // not started, or whole
+  });
+  {
+    std::barrier barrier(kThreads);
+    std::vector<std::jthread> threads;
+    for (std::int32_t id = 1; id <= kThreads; ++id) {
+      threads.emplace_back([&, id] {
+        Task task = TaskOf(id, "/f");
+        task.save_dir = folders.at(static_cast<std::size_t>(id)).path();
+        barrier.arrive_and_wait();
+        EXPECT_EQ(create_task(&task), id);
+        EXPECT_TRUE(pause_task(99));  // started now
+      });
+    }
+  }
+  starting = false;
+  for (std::int32_t id = 1; id <= kThreads; ++id) {
+    EXPECT_TRUE(m_record.Await("complete " + std::to_string(id)));
+    EXPECT_EQ(test::FileDifference(folders.at(static_cast<std::size_t>(id)).File(L"f"), m_body),
+              "");
+  }
+}
+
+TEST(StartTest, SixteenThreadsCreateTheirFirstTasksTogether) {
+  for (int turn = 0; turn < 3; ++turn) {
+    const test::TempFolder temp;
+    EXPECT_EQ(test::RunTestInChild("AbiTest.DISABLED_SixteenFirstTasks", temp.path()), 0);
+  }
+}
+
+// --- Tasks
+
+TEST_F(AbiTest, TaskIsDownloadedAndToldFromStartToEnd) {
+  ASSERT_EQ(Create(1, "/f"), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  const std::vector<std::string> notes = m_record.Notes();
+  EXPECT_EQ(notes.front(), "start 1");
+  EXPECT_EQ(notes.back(), "complete 1");
+  EXPECT_EQ(m_record.Count("start 1"), 1);
+  EXPECT_EQ(m_record.Count("fail "), 0);
+  EXPECT_EQ(static_cast<std::size_t>(m_record.Count("progress 1 600000")) + 2, notes.size());
+  EXPECT_FALSE(m_record.WasOn(std::this_thread::get_id()));
+  ExpectFile(L"f");
+}
+
+TEST_F(AbiTest, FailureIsToldWithItsResult) {
+  ASSERT_EQ(Create(1, "/missing"), 1);
+  ASSERT_TRUE(m_record.Await("fail 1 5"));
+  EXPECT_EQ(m_record.Count("complete 1"), 0);
+}
+
+TEST_F(AbiTest, FalseMd5FailsAndTheFileGoes) {
+  Task task = TaskOf(1, "/f");
+  task.md5 = "00112233445566778899AABBCCDDEEFF";
+  ASSERT_EQ(create_task(&task), 1);
+  ASSERT_TRUE(m_record.Await("fail 1 11"));
+  EXPECT_FALSE(test::FileExists(m_folder.File(L"f")));
+}
+
+TEST_F(AbiTest, TasksThatCannotStartAreRefused) {
+  Task task = TaskOf(1, "/f");
+  task.url.clear();
+  EXPECT_EQ(create_task(&task), -1);
+  task = TaskOf(1, "/f");
+  task.save_dir.clear();
+  EXPECT_EQ(create_task(&task), -1);
+  EXPECT_EQ(Create(0, "/f"), -1);
+  EXPECT_EQ(Create(-5, "/f"), -1);
+  task = TaskOf(1, "/f");
+  task.url.assign(2048, 'u');
+  EXPECT_EQ(create_task(&task), -1);
+  EXPECT_TRUE(m_record.Notes().empty());
+}
+
+TEST_F(AbiTest, UnknownIdsArePausedAndCancelledAndNotContinued) {
+  ASSERT_EQ(Create(1, "/f"), 1);
+  EXPECT_TRUE(pause_task(15));
+  EXPECT_TRUE(cancel_task(15));
+  EXPECT_FALSE(continue_task(15));
+}
+
+TEST_F(AbiTest, PausedTaskIsSilentAndGoesOn) {
+  ASSERT_EQ(Create(1, "/stalled"), 1);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  EXPECT_TRUE(pause_task(1));
+  const std::size_t notes = m_record.Notes().size();
+  m_gate.Open();
+  EXPECT_EQ(m_record.Notes().size(), notes);
+  EXPECT_TRUE(continue_task(1));
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_EQ(m_record.Count("start 1"), 2);
+  ExpectFile(L"stalled");
+}
+
+TEST_F(AbiTest, TaskThatRunsIsContinuedWithoutANewStart) {
+  ASSERT_EQ(Create(1, "/stalled"), 1);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  EXPECT_TRUE(continue_task(1));
+  m_gate.Open();
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_EQ(m_record.Count("start 1"), 1);
+}
+
+TEST_F(AbiTest, CancelledTaskIsForgottenAndItsPartialFileStays) {
+  ASSERT_EQ(Create(1, "/stalled"), 1);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  EXPECT_TRUE(cancel_task(1));
+  EXPECT_FALSE(continue_task(1));
+  EXPECT_TRUE(test::FileExists(m_folder.File(L"stalled.~P2S")));
+  EXPECT_EQ(m_record.Count("fail "), 0);
+}
+
+TEST_F(AbiTest, IdThatIsThereIsReplaced) {
+  ASSERT_EQ(Create(1, "/stalled"), 1);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  ASSERT_EQ(Create(1, "/f"), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_EQ(m_record.Count("start 1"), 2);
+  ExpectFile(L"f");
+}
+
+TEST_F(AbiTest, CancelAllStopsNothing) {
+  ASSERT_EQ(Create(1, "/stalled"), 1);
+  ASSERT_EQ(Create(2, "/f"), 2);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  EXPECT_TRUE(cancel_all_task());
+  EXPECT_EQ(get_all_tasks(), "");
+  m_gate.Open();
+  EXPECT_TRUE(m_record.Await("complete 1"));
+  EXPECT_TRUE(m_record.Await("complete 2"));
+}
+
+// --- Callbacks
+
+TEST_F(AbiTest, NullCallbacksDropTheirEvents) {
+  set_callback_start(nullptr);
+  set_callback_process(nullptr);
+  set_callback_fail(nullptr);
+  ASSERT_EQ(Create(1, "/f"), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_EQ(m_record.Notes(), std::vector<std::string>{"complete 1"});
+}
+
+TEST_F(AbiTest, CallbackThatIsReplacedGetsTheLaterEvents) {
+  static std::atomic<std::int32_t> completed{0};
+  ASSERT_EQ(Create(1, "/stalled"), 1);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  set_callback_complete([](std::int32_t id) { completed = id; });
+  m_gate.Open();
+  while (completed == 0) std::this_thread::yield();
+  EXPECT_EQ(completed, 1);
+  EXPECT_EQ(m_record.Count("start 1"), 1);
+  EXPECT_EQ(m_record.Count("complete 1"), 0);
+}
+
+TEST_F(AbiTest, CallbackThatThrowsIsLoggedAndTheTaskGoesOn) {
+  m_record.on_start = [](std::int32_t) { throw std::runtime_error("the host's own trouble"); };
+  m_record.on_progress = [](std::int32_t) { throw 5; };
+  ASSERT_EQ(Create(1, "/f"), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  ExpectFile(L"f");
+  std::ifstream log(std::filesystem::temp_directory_path() / "tarnlo.log");
+  const std::string text{std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>()};
+  const std::size_t line = text.find(" - CBmgr callback err 1");
+  ASSERT_NE(line, std::string::npos);
+  EXPECT_NE(text.substr(0, line).rfind("[ERROR] "), std::string::npos);
+}
+
+TEST_F(AbiTest, CallbackThatSleepsDelaysItsOwnTaskAlone) {
+  test::Gate gate;
+  m_record.on_start = [&gate](std::int32_t id) {
+    const std::atomic<bool> never{false};
+    if (id == 1) static_cast<void>(gate.Pass(never));
+  };
+  ASSERT_EQ(Create(1, "/f"), 1);
+  ASSERT_TRUE(gate.AwaitArrivals());
+  ASSERT_EQ(Create(2, "/stalled"), 2);
+  m_gate.Open();
+  EXPECT_TRUE(m_record.Await("complete 2"));
+  EXPECT_EQ(m_record.Count("complete 1"), 0);
+  gate.Open();
+  EXPECT_TRUE(m_record.Await("complete 1"));
+}
+
+TEST_F(AbiTest, NextTaskIsCreatedFromInsideComplete) {
+  m_record.on_complete = [this](std::int32_t id) {
+    if (id == 4) return;
+    EXPECT_EQ(Create(id + 1, "/f"), id + 1);
+  };
+  ASSERT_EQ(Create(1, "/f"), 1);
+  EXPECT_TRUE(m_record.Await("complete 4"));
+}
+
+TEST_F(AbiTest, CallsForTheTaskItselfAreRefusedInsideItsCallback) {
+  std::atomic<int> refusals{0};
+  m_record.on_start = [&](std::int32_t id) {
+    if (!pause_task(id)) ++refusals;
+    if (!cancel_task(id)) ++refusals;
+    if (Create(id, "/f") == -1) ++refusals;
+    if (continue_task(id)) ++refusals;  // it runs
+  };
+  ASSERT_EQ(Create(1, "/f"), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_EQ(refusals, 4);
+  EXPECT_EQ(m_record.Count("start 1"), 1);
+}
+
+}  // namespace
+}  // namespace Tarnlo

@@ -1,0 +1,206 @@
+#include "manager/downloader_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "engine/md5.h"
+#include "support/os/thread.h"
+#include "support/text.h"
+#include "tests/manager/manager_fixture.h"
+
+namespace Tarnlo {
+namespace {
+
+class DownloaderManagerTest : public test::ManagerTest {
+ protected:
+  // Runs `call` inside the first "started" of task 7 and says what it answered. `others` are added
+  // before it, when what is called back is settled.
+  template <typename Call>
+  std::int32_t InsideStartOf7(
+      Call call, const std::function<void()>& others = [] {}) {
+    std::atomic<std::int32_t> answer{-99};
+    std::atomic<bool> called{false};
+    m_callback.on_start = [&](std::int32_t id) {
+      if (id == 7 && !called.exchange(true)) answer = call();
+    };
+    others();
+    EXPECT_EQ(Add(7, "/f"), 7);
+    EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
+    return answer;
+  }
+};
+
+TEST_F(DownloaderManagerTest, TaskIsToldFromStartToEnd) {
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 7 0"));
+  const std::vector<std::string> reports = m_callback.Reports();
+  EXPECT_EQ(reports.front(), "OnTaskStart 7");
+  EXPECT_EQ(reports.back(), "OnTaskComplete 7 0");
+  EXPECT_EQ(m_callback.Count("OnTaskMessage 7 f"), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskValue 7 600000"), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskFail"), 0);
+  EXPECT_EQ(test::FileDifference(m_folder.File(L"f"), kBody), "");
+}
+
+TEST_F(DownloaderManagerTest, NullUrlIsRefusedForAnyId) {
+  EXPECT_EQ(m_manager->AddTask(nullptr, L"", L"", 0, L"", L"", 0), -1);
+  EXPECT_EQ(m_manager->AddTask(nullptr, L"", L"", 7, L"", L"", 0), -1);
+  EXPECT_EQ(m_manager->GetTaskCount(), 0);
+}
+
+TEST_F(DownloaderManagerTest, RemoveAndCancelAreTheSame) {
+  Add(7, "/stalled");
+  Add(8, "/stalled");
+  EXPECT_EQ(m_manager->GetTaskCount(), 2);
+  EXPECT_EQ(m_manager->RemoveTask(7), 1);
+  EXPECT_EQ(m_manager->CancelTask(8), 1);
+  EXPECT_EQ(m_manager->GetTaskCount(), 0);
+}
+
+TEST_F(DownloaderManagerTest, EndWithTasksStopsAndRemovesThem) {
+  Add(7, "/stalled");
+  Add(8, "/stalled-too");
+  ASSERT_TRUE(m_callback.Await("OnTaskStage 7 5"));
+  ASSERT_TRUE(m_callback.Await("OnTaskStage 8 5"));
+  m_manager.reset();
+  const std::size_t told = m_callback.Reports().size();
+  m_gate.Open();
+  EXPECT_EQ(m_callback.Reports().size(), told);
+  EXPECT_EQ(m_callback.Count("OnTaskFail"), 0);
+  EXPECT_TRUE(test::FileExists(m_folder.File(L"stalled.~P2S")));
+}
+
+TEST_F(DownloaderManagerTest, Md5MatchesInLowerCase) {
+  const std::string bytes = kBody.Bytes(0, static_cast<std::size_t>(kSize));
+  MD5 md5;
+  md5.Update(bytes.data(), bytes.size());
+  md5.Finalize();
+  const std::wstring digest = ToLower(md5.HexDigest());
+  m_manager->AddTask(m_server.Url("/f").c_str(), m_folder.path().c_str(), L"", 7, L"",
+                     digest.c_str(), 0);
+  EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  EXPECT_TRUE(test::FileExists(m_folder.File(L"f")));
+}
+
+// A stop in the first attempt has nothing to tell anyway.
+TEST_F(DownloaderManagerTest, PauseInTheSecondAttemptIsSilent) {
+  m_manager->AddTask(m_server.Url("/slow").c_str(), m_folder.path().c_str(), L"", 7, L"",
+                     L"00112233445566778899aabbccddeeff", 0);
+  ASSERT_TRUE(m_callback.Await("OnTaskValue 7", 2));
+  EXPECT_EQ(m_manager->PauseTask(7), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskFail"), 0);
+}
+
+// --- Calls from inside a callback of the same task
+
+TEST_F(DownloaderManagerTest, PauseInsideTheTasksOwnCallbackIsRefused) {
+  EXPECT_EQ(InsideStartOf7([this] { return m_manager->PauseTask(7); }), 0);
+}
+
+TEST_F(DownloaderManagerTest, CancelInsideTheTasksOwnCallbackIsRefused) {
+  EXPECT_EQ(InsideStartOf7([this] { return m_manager->CancelTask(7); }), 0);
+  EXPECT_EQ(m_manager->GetTaskCount(), 1);
+}
+
+TEST_F(DownloaderManagerTest, AddOfTheSameIdInsideItsOwnCallbackIsRefused) {
+  EXPECT_EQ(InsideStartOf7([this] { return Add(7, "/f"); }), -1);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
+}
+
+TEST_F(DownloaderManagerTest, CancelAllInsideACallbackIsRefused) {
+  EXPECT_EQ(InsideStartOf7([this] { return m_manager->CancelAllTasks(); }), 0);
+  EXPECT_EQ(m_manager->GetTaskCount(), 1);
+}
+
+TEST_F(DownloaderManagerTest, ContinueInsideTheTasksOwnCallbackStartsNothing) {
+  EXPECT_EQ(InsideStartOf7([this] { return m_manager->ContinueTask(7); }), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
+}
+
+TEST_F(DownloaderManagerTest, CallsOnAWorkersThreadAreRecognisedToo) {
+  std::atomic<std::int32_t> answer{-99};
+  m_callback.on_stage = [&](std::int32_t id) {
+    if (answer == -99) answer = m_manager->CancelTask(id);
+  };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  EXPECT_EQ(answer, 0);
+}
+
+TEST_F(DownloaderManagerTest, OtherTasksAreControlledFromInsideACallback) {
+  EXPECT_EQ(InsideStartOf7(
+                [this] {
+                  return m_manager->PauseTask(8) + 10 * m_manager->ContinueTask(8) +
+                         100 * m_manager->CancelTask(8) + 1000 * Add(9, "/stalled");
+                },
+                [this] { EXPECT_EQ(Add(8, "/stalled"), 8); }),
+            9111);
+  EXPECT_EQ(m_manager->GetTaskCount(), 2);
+}
+
+TEST_F(DownloaderManagerTest, NextTaskIsCreatedFromInsideComplete) {
+  m_callback.on_complete = [this](std::int32_t id) {
+    if (id == 5) return;
+    EXPECT_EQ(Add(id + 1, "/f"), id + 1);
+  };
+  ASSERT_EQ(Add(1, "/f"), 1);
+  EXPECT_TRUE(m_callback.Await("OnTaskComplete 5"));
+}
+
+// --- Callbacks that wait while their task is being stopped
+
+TEST_F(DownloaderManagerTest, CallbackThatWaitsForTheManagerGivesUpWhenItsTaskIsStopped) {
+  test::Gate in_callback;
+  std::atomic<std::int32_t> pause{-99};
+  std::atomic<std::int32_t> add{-99};
+  m_callback.on_start = [&](std::int32_t id) {
+    if (id != 7) return;
+    test::WaitAt(in_callback);
+    pause = m_manager->PauseTask(8);
+    add = Add(9, "/f");
+  };
+  const std::uint32_t forced = os::ForcedEnds();
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(in_callback.AwaitArrivals());
+  std::jthread canceller([this] { EXPECT_EQ(m_manager->CancelTask(7), 1); });
+  // The cancel has the manager from here on, until the callback is back.
+  TaskProgressInfo info;
+  while (m_manager->GetTaskProgress(7, &info) == 1) {
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  in_callback.Open();
+  canceller.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2500));
+  EXPECT_EQ(pause, 0);
+  EXPECT_EQ(add, -1);
+  EXPECT_EQ(os::ForcedEnds(), forced);
+  EXPECT_EQ(m_manager->GetTaskCount(), 0);
+}
+
+TEST_F(DownloaderManagerTest, TasksThatCancelEachOtherDoNotHang) {
+  test::Gate both;
+  std::atomic<int> answers{0};
+  std::atomic<int> cancelled{0};
+  m_callback.on_start = [&](std::int32_t id) {
+    test::WaitAt(both);
+    cancelled += m_manager->CancelTask(id == 1 ? 2 : 1);
+    ++answers;
+  };
+  ASSERT_EQ(Add(1, "/stalled"), 1);
+  ASSERT_EQ(Add(2, "/stalled-too"), 2);
+  ASSERT_TRUE(both.AwaitArrivals(2));
+  const auto begin = std::chrono::steady_clock::now();
+  both.Open();
+  while (answers < 2) os::SleepMs(1);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2500));
+  EXPECT_EQ(cancelled, 1);
+  EXPECT_EQ(m_manager->GetTaskCount(), 1);
+}
+
+}  // namespace
+}  // namespace Tarnlo

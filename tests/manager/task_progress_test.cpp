@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/manager/manager_fixture.h"
+
+namespace Tarnlo {
+namespace {
+
+constexpr std::int32_t kUntouched = -77;
+
+class TaskProgressTest : public test::ManagerTest {
+ protected:
+  TaskProgressTest() {
+    m_info.id = kUntouched;
+    m_info.speed = 77;
+    m_info.url[0] = L'#';
+    m_info.url[1] = L'\0';
+  }
+  TaskProgressInfo m_info{};
+};
+
+TEST_F(TaskProgressTest, UnknownIdIsNotFound) {
+  EXPECT_EQ(m_manager->GetTaskProgress(5, &m_info), 0);
+  EXPECT_EQ(m_info.id, kUntouched);
+}
+
+TEST_F(TaskProgressTest, UnknownSizeGivesTheIdAloneAndLeavesSpeedAndTexts) {
+  ASSERT_EQ(Add(7, "/held"), 7);
+  ASSERT_TRUE(m_gate.AwaitArrivals());
+  EXPECT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
+  EXPECT_EQ(m_info.id, 7);
+  EXPECT_EQ(m_info.total, -1);
+  EXPECT_EQ(m_info.downloaded, -1);
+  EXPECT_EQ(m_info.speed, 77u);
+  EXPECT_EQ(std::wstring(m_info.url), L"#");
+}
+
+TEST_F(TaskProgressTest, KnownSizeGivesFiguresAndTexts) {
+  ASSERT_EQ(Add(7, "/stalled"), 7);
+  ASSERT_TRUE(m_callback.Await("OnTaskStage 7 5"));  // the last worker has its range
+  ASSERT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
+  EXPECT_EQ(m_info.id, 7);
+  EXPECT_EQ(m_info.total, kSize);
+  EXPECT_GE(m_info.downloaded, 0);
+  EXPECT_LE(m_info.downloaded, 6 * 1000);
+  EXPECT_EQ(std::wstring(m_info.url), m_server.Url("/stalled"));
+  EXPECT_EQ(std::wstring(m_info.folder), m_folder.path());
+  EXPECT_EQ(std::wstring(m_info.file_name), L"");
+}
+
+TEST_F(TaskProgressTest, CompleteTaskIsAllDownloaded) {
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  ASSERT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
+  EXPECT_EQ(m_info.total, kSize);
+  EXPECT_EQ(m_info.downloaded, kSize);
+}
+
+TEST_F(TaskProgressTest, LongTextsAreCut) {
+  const std::wstring url = m_server.Url("/stalled") + L"?" + std::wstring(600, L'q');
+  m_server.Serve("/stalled?" + std::string(600, 'q'), kBody).StallingAfter(1000, m_gate);
+  m_manager->AddTask(url.c_str(), m_folder.path().c_str(), L"short.bin", 7, L"", L"", 0);
+  ASSERT_TRUE(m_callback.Await("OnTaskStage 7 5"));
+  ASSERT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
+  EXPECT_EQ(std::wstring(m_info.url), url.substr(0, 511));
+  EXPECT_EQ(std::wstring(m_info.file_name), L"short.bin");
+}
+
+// The callback holds the job's thread, and with it the cancel that waits for the thread.
+TEST_F(TaskProgressTest, AnswersNothingAtOnceWhileAnOperationIsUnderWay) {
+  test::Gate in_callback;
+  m_callback.on_start = [&](std::int32_t id) {
+    if (id == 7) test::WaitAt(in_callback);
+  };
+  ASSERT_EQ(Add(8, "/stalled"), 8);
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(in_callback.AwaitArrivals());
+  EXPECT_EQ(m_manager->GetTaskProgress(8, &m_info), 1);
+  std::jthread canceller([this] { m_manager->CancelTask(7); });
+  while (m_manager->GetTaskProgress(8, &m_info) == 1) {
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(m_manager->GetTaskProgress(8, &m_info), 0);
+  DownloadInfo current{};
+  EXPECT_EQ(m_manager->GetDownloadInfo(&current)->id, -1);
+  EXPECT_EQ(m_manager->GetTaskCount(), 2);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2500));
+  in_callback.Open();
+  canceller.join();
+  EXPECT_EQ(m_manager->GetTaskProgress(8, &m_info), 1);
+}
+
+TEST_F(TaskProgressTest, ReadersDoNotMakeEachOtherFail) {
+  ASSERT_EQ(Add(7, "/stalled"), 7);
+  std::atomic<int> failures{0};
+  {
+    std::vector<std::jthread> readers;
+    for (int i = 0; i < 4; ++i) {
+      readers.emplace_back([&] {
+        for (int turn = 0; turn < 5000; ++turn) {
+          TaskProgressInfo info;
+          if (m_manager->GetTaskProgress(7, &info) == 0) ++failures;
+        }
+      });
+    }
+  }
+  EXPECT_EQ(failures, 0);
+}
+
+TEST_F(TaskProgressTest, ReadingIsSafeWhileTasksComeAndGo) {
+  std::atomic<bool> going{true};
+  std::vector<std::jthread> readers;
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      while (going) {
+        TaskProgressInfo info;
+        for (const std::int32_t id : {1, 2, 3}) {
+          if (m_manager->GetTaskProgress(id, &info) == 0 || info.total < 0) continue;
+          EXPECT_EQ(info.id, id);
+          EXPECT_EQ(info.total, kSize);
+          EXPECT_LE(info.downloaded, kSize);
+        }
+      }
+    });
+  }
+  m_server.Serve("/trickle", kBody).Trickling(2'000'000);
+  for (int turn = 0; turn < 12; ++turn) {
+    for (const std::int32_t id : {1, 2, 3}) EXPECT_EQ(Add(id, "/trickle"), id);
+    EXPECT_EQ(m_manager->PauseTask(1), 1);
+    EXPECT_EQ(m_manager->ContinueTask(1), 1);
+    EXPECT_EQ(m_manager->CancelTask(2), 1);
+    EXPECT_EQ(m_manager->CancelTask(3), 1);
+  }
+  going = false;
+}
+
+TEST_F(TaskProgressTest, InfoOfTheCurrentJob) {
+  DownloadInfo info{};
+  EXPECT_EQ(m_manager->GetDownloadInfo(&info), &info);
+  EXPECT_EQ(info.id, -1);
+  EXPECT_EQ(info.total, -1);
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  EXPECT_EQ(m_manager->GetDownloadInfo(&info)->id, 7);
+  EXPECT_EQ(info.total, kSize);
+  EXPECT_EQ(info.downloaded, kSize);
+  // A connection may have had bytes before the tick that all were started by.
+  EXPECT_GT(info.run_bytes, 0);
+  EXPECT_LE(info.run_bytes, kSize);
+}
+
+}  // namespace
+}  // namespace Tarnlo
