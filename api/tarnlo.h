@@ -29,8 +29,8 @@ struct Task {
   std::int32_t id = 0;        // above 0, chosen by the caller; the task's name everywhere else
 };
 
-// Callbacks run on threads of the library, several tasks' at once. They should be short. None may
-// pause, cancel or add again the task it is called for.
+// Callbacks run on threads of the library, several tasks' at once. They should be short. Inside
+// one, a pause, a cancel and a new start of the task it is called for are refused.
 using StartCallback = void (*)(std::int32_t id);
 using CompleteCallback = void (*)(std::int32_t id);
 using ProcessCallback = void (*)(std::int32_t id, std::int64_t downloaded, std::int64_t total,
@@ -48,11 +48,12 @@ TARNLO_API void set_callback_fail(FailCallback callback);
 // The first call starts the library, which then stays loaded until the process ends.
 TARNLO_API std::int32_t create_task(const Task* task);
 
-// Stops the task and forgets it; its partial file stays. False before the first create_task, else
-// true, for unknown ids as well.
+// Stops the task and forgets it; its partial file stays. False before the first create_task and
+// where it is refused, else true, for unknown ids as well.
 TARNLO_API bool cancel_task(std::int32_t id);
 
-// Stops the task and keeps it. False before the first create_task, else true.
+// Stops the task and keeps it. False before the first create_task and where it is refused, else
+// true, for unknown ids as well.
 TARNLO_API bool pause_task(std::int32_t id);
 
 // Goes on with a paused or ended task from what its partial file holds. True when it runs.

@@ -26,7 +26,7 @@ class SlowRetry : public testing::Test {
   // All of them, begun together.
   struct Runs {
     TestJob stopped_in_probe, stopped_in_transfer, no_page, no_answer, short_bodies, no_length,
-        empty, no_folder, device, too_long, mismatch, mismatch_once, held, heals;
+        empty, no_folder, device, too_long, mismatch, mismatch_once, held, heals, begins_again;
     Gate* probe_gate = nullptr;
     Gate* body_gate = nullptr;
     os::File holder;
@@ -62,6 +62,10 @@ class SlowRetry : public testing::Test {
     runs.mismatch_once.Job().SetMd5Check(true);
     runs.mismatch_once.Job().SetExpectedMd5(std::wstring(32, L'0') + L"," + Md5Of(body));
     runs.held.Serve("/f", body);
+    runs.begins_again.Serve("/f", Body(600'000))
+        .IgnoringRanges()
+        .ClosingAfter(400'000)
+        .Trickling(2'000'000);
     runs.holder = os::File::Open(runs.held.Target(L"f"), os::FileAccess::kReadWrite,
                                  os::FileShare::kNone, os::FileCreation::kCreateAlways);
     ASSERT_TRUE(runs.holder.valid());
@@ -69,7 +73,7 @@ class SlowRetry : public testing::Test {
     for (TestJob* run :
          {&runs.stopped_in_probe, &runs.stopped_in_transfer, &runs.no_page, &runs.no_answer,
           &runs.short_bodies, &runs.no_length, &runs.empty, &runs.too_long, &runs.mismatch,
-          &runs.mismatch_once, &runs.held, &runs.heals}) {
+          &runs.mismatch_once, &runs.held, &runs.heals, &runs.begins_again}) {
       ASSERT_TRUE(run->Start("/f"));
     }
     ASSERT_TRUE(runs.device.Start("/CON"));
@@ -262,6 +266,19 @@ TEST_F(SlowRetry, TargetHeldForGoodIs9AndTheNextAttemptFetchesNothing) {
   EXPECT_EQ(run.DownloadAgain("/f"), kResultSuccess);
   EXPECT_TRUE(run.RangesAskedFor(8).empty());
   EXPECT_EQ(FileDifference(run.Target(L"f"), Body(kSmall)), "");
+}
+
+// Without ranges every connection begins with the first byte.
+TEST_F(SlowRetry, ReportedProgressDoesNotFallWhenTheFileBeginsAgain) {
+  TestJob& run = s_runs->begins_again;
+  EXPECT_EQ(Result(run), kResultTooFewBytes);
+  const auto stamps = run.Observer().StampsOf(kEventProgress);
+  ASSERT_GE(stamps.size(), 4u);
+  for (std::size_t i = 1; i < stamps.size(); ++i) {
+    EXPECT_GE(stamps[i].number, stamps[i - 1].number);
+    EXPECT_LE(stamps[i].number, 400'000);
+  }
+  ExpectPause(run);
 }
 
 class SlowRefusedDownload : public JobTest {};

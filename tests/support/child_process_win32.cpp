@@ -6,6 +6,8 @@
 namespace Tarnlo::test {
 namespace {
 
+constexpr DWORD kChildLimitMs = 40'000;
+
 // One variable of the environment, put back at the end.
 class ChangedVariable {
  public:
@@ -48,11 +50,14 @@ int Run(std::wstring command) {
   PROCESS_INFORMATION process{};
   if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                      &process) == 0) {
-    return -1;
+    return kChildNotStarted;
   }
   const os::KernelHandle thread(process.hThread);
   const os::KernelHandle handle(process.hProcess);
-  WaitForSingleObject(handle.get(), INFINITE);
+  if (WaitForSingleObject(handle.get(), kChildLimitMs) != WAIT_OBJECT_0) {
+    TerminateProcess(handle.get(), 1);
+    return kChildHung;
+  }
   DWORD code = 0;
   GetExitCodeProcess(handle.get(), &code);
   return static_cast<int>(code);
