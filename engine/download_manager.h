@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -115,6 +116,8 @@ class CDownloadManager final : public IWorkerOwner {
   bool ReadDownloadInfo();
   bool ReadRecords(os::File& file, std::int64_t size, std::uint32_t count);
   bool WriteDownloadInfo();
+  bool UpdateDownloadInfo();
+  bool SaveTrailer(const std::function<bool(const std::wstring&)>& flush);
 
   [[nodiscard]] std::wstring GetTempFilePath() const;  // empty without a target path
   [[nodiscard]] std::int64_t content_length() const {

@@ -5,6 +5,7 @@
 #include "engine/download_manager.h"
 #include "engine/resume_trailer.h"
 #include "support/os/file.h"
+#include "support/run_aside.h"
 #include "support/simple_log.h"
 
 namespace Tarnlo {
@@ -12,6 +13,24 @@ namespace {
 
 constexpr StepLog kLog("CDownloadManager ReadDownloadInfo");
 constexpr wchar_t kTemporarySuffix[] = L".~P2S";
+
+constexpr std::uint32_t kFlushMs = 4000;
+constexpr std::uint32_t kFlushAtEndMs = 1000;
+
+// Whether the disk has the file's bytes; nothing when it takes longer, or when `stop` (which may be
+// null) comes first. A disk may take its time, and a stop must not wait for it.
+std::optional<bool> FlushAside(const std::wstring& path, const os::Event* stop,
+                               std::uint32_t limit_ms) {
+  return RunAside<bool>(
+      [path] {
+        // Shared with everyone: left behind, it must not stand in the way of the rename.
+        os::File file =
+            os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWriteDelete,
+                           os::FileCreation::kOpenExisting);
+        return file.valid() && file.Flush();
+      },
+      stop, limit_ms);
+}
 
 bool ReadExactly(os::File& file, std::span<std::uint8_t> bytes) {
   const auto wanted = static_cast<std::uint32_t>(bytes.size());
@@ -70,9 +89,24 @@ bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint3
   return true;
 }
 
+// The end of an attempt does not wait for a slow disk for long: what the disk has not taken by then
+// is in the system's hands, which keep it unless the power fails.
+bool CDownloadManager::WriteDownloadInfo() {
+  return SaveTrailer([](const std::wstring& path) {
+    return FlushAside(path, nullptr, kFlushAtEndMs).value_or(true);
+  });
+}
+
+// While workers write: without the flush the trailer stays as it was.
+bool CDownloadManager::UpdateDownloadInfo() {
+  return SaveTrailer([this](const std::wstring& path) {
+    return FlushAside(path, m_run_stop.get(), kFlushMs).value_or(false);
+  });
+}
+
 // The file's bytes first, then the trailer that claims them. A file that was cut to its content
 // alone is extended again; one that is shorter has lost bytes and gets no trailer.
-bool CDownloadManager::WriteDownloadInfo() {
+bool CDownloadManager::SaveTrailer(const std::function<bool(const std::wstring&)>& flush) {
   if (!m_probe) return false;
   if (!m_probe->IsRangeSupported() || content_length() <= 0) return true;
   os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kReadWrite,
@@ -81,7 +115,7 @@ bool CDownloadManager::WriteDownloadInfo() {
   const std::vector<RangeRecord> records = m_table.Records();
   if (m_active_ranges == 0 || records.empty()) return false;
   const std::optional<std::int64_t> size = file.Size();
-  if (!size || *size < content_length() || !file.Flush()) return false;
+  if (!size || *size < content_length() || !flush(GetTempFilePath())) return false;
   std::vector<std::uint8_t> trailer = EncodeRecords(records);
   const auto count = EncodeCount(m_active_ranges);
   trailer.insert(trailer.end(), count.begin(), count.end());

@@ -40,7 +40,7 @@ std::int32_t CDownloadManager::WaitForWorkers() {
     const std::uint32_t began = os::TickMs();
     const std::optional<std::size_t> signalled = os::WaitForAny(handles, kLookMs);
     if (began - saved >= kSaveIntervalMs) {
-      WriteDownloadInfo();
+      UpdateDownloadInfo();
       saved = os::TickMs();
     }
     if (!signalled) {

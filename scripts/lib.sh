@@ -59,13 +59,26 @@ make_wine_prefix() {
 }
 
 # in_namespace COMMAND...: in a mount namespace of its own, since names with several addresses exist
-# only for the tests.
+# only for the tests. Below a changed root the root is no mount point, and its propagation cannot be
+# changed: it is left as it is where mounts stay inside all the same.
 in_namespace() {
   local unshare=(unshare --mount)
   if [ "$(id -u)" -ne 0 ]; then unshare+=(--map-root-user); fi
-  "${unshare[@]}" true 2>"$logs/unshare.log" ||
-    fail "this machine refuses the mount namespace that the tests need: $(cat "$logs/unshare.log")"
+  keeps_mounts_inside "${unshare[@]}" 2>"$logs/unshare.log" || {
+    unshare+=(--propagation unchanged)
+    keeps_mounts_inside "${unshare[@]}" 2>>"$logs/unshare.log"
+  } || fail "this machine refuses the mount namespace that the tests need: $(cat "$logs/unshare.log")"
   "${unshare[@]}" "$@"
+}
+# keeps_mounts_inside UNSHARE...: a mount can be made in the namespace and is not seen outside.
+keeps_mounts_inside() {
+  local place=$root/build/namespace
+  mkdir -p "$place"
+  "$@" sh -c "mount -t tmpfs inside '$place' && touch '$place/inside'" || return
+  if [ ! -e "$place/inside" ]; then return 0; fi
+  umount "$place"
+  echo "a mount in a namespace is seen outside it" >&2
+  return 1
 }
 
 # windows_path PATH: as the programs under Wine see it.

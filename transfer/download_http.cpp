@@ -15,7 +15,7 @@ namespace Tarnlo {
 namespace {
 
 constexpr std::int32_t kChunkBytes = 20480;
-constexpr std::size_t kMaxHead = 1024 * 1024;  // characters
+constexpr std::size_t kMaxHead = std::size_t{1024} * 1024;  // characters
 
 // The bytes of "user:password" in the system's code page, encoded.
 std::size_t Base64EncodeCredentials(const std::wstring& text, std::wstring& out) {

@@ -72,7 +72,7 @@ class SlowFullDisk : public JobTest {
     const char* const path = std::getenv("TARNLO_SMALL_DISK");
     if (path == nullptr) return {};
     const std::string text(path);
-    return std::wstring(text.begin(), text.end());
+    return {text.begin(), text.end()};
   }
 };
 

@@ -24,7 +24,7 @@ std::string RangesDifference(const std::wstring& path, const Body& body,
   std::int64_t position = 0;
   for (const Interval& gap : missing) {
     if (gap.begin < position) return "byte " + std::to_string(gap.begin) + " is missing twice";
-    const std::string difference = FileDifference(path, body, position, gap.begin);
+    std::string difference = FileDifference(path, body, position, gap.begin);
     if (!difference.empty()) return difference;
     position = gap.end;
   }

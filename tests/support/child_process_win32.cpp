@@ -13,7 +13,7 @@ class ChangedVariable {
  public:
   ChangedVariable(const wchar_t* name, const std::wstring& value) : m_name(name) {
     std::wstring former(32'768, L'\0');
-    const DWORD size = static_cast<DWORD>(former.size());
+    const auto size = static_cast<DWORD>(former.size());
     former.resize(GetEnvironmentVariableW(name, former.data(), size));
     m_former = former;
     SetEnvironmentVariableW(name, value.c_str());

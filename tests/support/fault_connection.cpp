@@ -150,7 +150,7 @@ void FaultConnection::SendBody(const FaultScript& script, const Range& range, st
 }
 
 bool FaultConnection::SendBytes(const FaultScript& script, std::int64_t begin, std::int64_t end) {
-  std::int64_t block = static_cast<std::int64_t>(kBlock);
+  auto block = static_cast<std::int64_t>(kBlock);
   if (script.m_rate > 0) block = std::max<std::int64_t>(1, script.m_rate / 10);
   std::vector<char> bytes(static_cast<std::size_t>(block));
   while (begin < end) {

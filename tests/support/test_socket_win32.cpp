@@ -12,7 +12,7 @@ bool WouldBlock() {
 }
 void SetNonBlocking(Native socket) {
   u_long on = 1;
-  ioctlsocket(socket, FIONBIO, &on);
+  ioctlsocket(socket, static_cast<long>(FIONBIO), &on);
 }
 
 Native NativeOf(const os::SocketHandle& handle) {
