@@ -45,13 +45,21 @@ std::int32_t create_task(const Task* task) {
 }
 
 bool cancel_task(std::int32_t id) {
-  DownloaderManager* manager = StartedLibrary();
-  return manager != nullptr && manager->CancelTask(id) != 0;
+  try {
+    DownloaderManager* manager = StartedLibrary();
+    return manager != nullptr && manager->CancelTask(id) != 0;
+  } catch (...) {  // out of memory
+    return false;
+  }
 }
 
 bool pause_task(std::int32_t id) {
-  DownloaderManager* manager = StartedLibrary();
-  return manager != nullptr && manager->PauseTask(id) != 0;
+  try {
+    DownloaderManager* manager = StartedLibrary();
+    return manager != nullptr && manager->PauseTask(id) != 0;
+  } catch (...) {  // out of memory
+    return false;
+  }
 }
 
 bool continue_task(std::int32_t id) {

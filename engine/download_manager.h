@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/worker_table.h"
 #include "support/os/event.h"
@@ -116,8 +116,11 @@ class CDownloadManager final : public IWorkerOwner {
   bool ReadDownloadInfo();
   bool ReadRecords(os::File& file, std::int64_t size, std::uint32_t count);
   bool WriteDownloadInfo();
-  bool UpdateDownloadInfo();
-  bool SaveTrailer(const std::function<bool(const std::wstring&)>& flush);
+  void UpdateDownloadInfo();
+  void BeginFlush();
+  void AwaitFlush();
+  [[nodiscard]] bool HasTrailer() const;
+  bool SaveTrailer(const std::vector<RangeRecord>& records) const;
 
   [[nodiscard]] std::wstring GetTempFilePath() const;  // empty without a target path
   [[nodiscard]] std::int64_t content_length() const {
@@ -152,6 +155,13 @@ class CDownloadManager final : public IWorkerOwner {
   // The job thread's own.
   bool m_restart = false;
   std::wstring m_target_path;
+  struct Flush {
+    os::Event done;
+    std::atomic<bool> succeeded{false};
+  };
+  std::shared_ptr<Flush> m_flush;              // the last one begun; shared with its thread
+  std::vector<RangeRecord> m_records_to_save;  // when that flush is done
+  std::uint32_t m_save_tick = 0;
   std::uint32_t m_active_ranges = 0;  // as the trailer stores it; 0 when the table is cleared
 
   // Shared, each with its own locking.

@@ -51,6 +51,7 @@ std::int32_t CDownloadManager::TurnIntoTarget() {
 
 bool CDownloadManager::CutAndRename() {
   kLog(2);
+  AwaitFlush();
   const std::wstring temporary = GetTempFilePath();
   os::File file = os::File::Open(temporary, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
                                  os::FileCreation::kOpenExisting);

@@ -4,6 +4,7 @@
 
 #include "engine/download_manager.h"
 #include "engine/resume_trailer.h"
+#include "support/os/clock.h"
 #include "support/os/file.h"
 #include "support/run_aside.h"
 #include "support/simple_log.h"
@@ -14,23 +15,9 @@ namespace {
 constexpr StepLog kLog("CDownloadManager ReadDownloadInfo");
 constexpr wchar_t kTemporarySuffix[] = L".~P2S";
 
-constexpr std::uint32_t kFlushMs = 4000;
+constexpr std::uint32_t kSaveIntervalMs = 5000;  // what a process that dies loses, about
 constexpr std::uint32_t kFlushAtEndMs = 1000;
-
-// Whether the disk has the file's bytes; nothing when it takes longer, or when `stop` (which may be
-// null) comes first. A disk may take its time, and a stop must not wait for it.
-std::optional<bool> FlushAside(const std::wstring& path, const os::Event* stop,
-                               std::uint32_t limit_ms) {
-  return RunAside<bool>(
-      [path] {
-        // Shared with everyone: left behind, it must not stand in the way of the rename.
-        os::File file =
-            os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWriteDelete,
-                           os::FileCreation::kOpenExisting);
-        return file.valid() && file.Flush();
-      },
-      stop, limit_ms);
-}
+constexpr std::uint32_t kLongestFlushMs = 10'000;
 
 bool ReadExactly(os::File& file, std::span<std::uint8_t> bytes) {
   const auto wanted = static_cast<std::uint32_t>(bytes.size());
@@ -89,33 +76,66 @@ bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint3
   return true;
 }
 
+// A disk may take its time, and neither a stop nor a worker in need of work must wait for it.
+void CDownloadManager::BeginFlush() {
+  m_flush = std::make_shared<Flush>();
+  const bool started = StartDetached([flush = m_flush, path = GetTempFilePath()] {
+    {
+      os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
+                                     os::FileCreation::kOpenExisting);
+      flush->succeeded = file.valid() && file.Flush();
+    }
+    flush->done.Set();  // the file is closed
+  });
+  if (!started) m_flush->done.Set();
+}
+
+// A flush that an earlier attempt or run left behind still has the file open.
+void CDownloadManager::AwaitFlush() {
+  m_records_to_save.clear();
+  if (m_flush) WaitUnlessStopped(m_flush->done, m_run_stop.get(), kLongestFlushMs);
+}
+
+// While workers write: copies the records, has the data they claim flushed, and writes the trailer
+// when that is done; in between the trailer stays as it was.
+void CDownloadManager::UpdateDownloadInfo() {
+  const bool flushing = m_flush && !m_flush->done.IsSet();
+  if (flushing) return;
+  if (!m_records_to_save.empty()) {
+    if (m_flush->succeeded) SaveTrailer(m_records_to_save);
+    m_records_to_save.clear();
+  }
+  if (os::TickMs() - m_save_tick < kSaveIntervalMs || !HasTrailer()) return;
+  m_save_tick = os::TickMs();
+  m_records_to_save = m_table.Records();
+  BeginFlush();
+}
+
 // The end of an attempt does not wait for a slow disk for long: what the disk has not taken by then
 // is in the system's hands, which keep it unless the power fails.
 bool CDownloadManager::WriteDownloadInfo() {
-  return SaveTrailer([](const std::wstring& path) {
-    return FlushAside(path, nullptr, kFlushAtEndMs).value_or(true);
-  });
-}
-
-// While workers write: without the flush the trailer stays as it was.
-bool CDownloadManager::UpdateDownloadInfo() {
-  return SaveTrailer([this](const std::wstring& path) {
-    return FlushAside(path, m_run_stop.get(), kFlushMs).value_or(false);
-  });
-}
-
-// The file's bytes first, then the trailer that claims them. A file that was cut to its content
-// alone is extended again; one that is shorter has lost bytes and gets no trailer.
-bool CDownloadManager::SaveTrailer(const std::function<bool(const std::wstring&)>& flush) {
   if (!m_probe) return false;
-  if (!m_probe->IsRangeSupported() || content_length() <= 0) return true;
+  if (!HasTrailer()) return true;
+  m_records_to_save.clear();
+  if (!m_flush || m_flush->done.Wait(kFlushAtEndMs)) {
+    BeginFlush();
+    if (m_flush->done.Wait(kFlushAtEndMs) && !m_flush->succeeded) return false;
+  }
+  return SaveTrailer(m_table.Records());
+}
+
+bool CDownloadManager::HasTrailer() const {
+  return m_probe && m_probe->IsRangeSupported() && content_length() > 0;
+}
+
+// In one piece. A file that was cut to its content alone is extended again; one that is shorter has
+// lost bytes and gets no trailer.
+bool CDownloadManager::SaveTrailer(const std::vector<RangeRecord>& records) const {
   os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kReadWrite,
                                  os::FileShare::kReadWrite, os::FileCreation::kOpenExisting);
-  if (!file.valid()) return false;
-  const std::vector<RangeRecord> records = m_table.Records();
-  if (m_active_ranges == 0 || records.empty()) return false;
+  if (!file.valid() || m_active_ranges == 0 || records.empty()) return false;
   const std::optional<std::int64_t> size = file.Size();
-  if (!size || *size < content_length() || !flush(GetTempFilePath())) return false;
+  if (!size || *size < content_length()) return false;
   std::vector<std::uint8_t> trailer = EncodeRecords(records);
   const auto count = EncodeCount(m_active_ranges);
   trailer.insert(trailer.end(), count.begin(), count.end());

@@ -38,6 +38,7 @@ std::int32_t CDownloadManager::StartMTRDownload() {
     kLog(3);
     return kResultStopped;
   }
+  AwaitFlush();
   bool resuming = false;
   if (m_restart) {
     kLog(4);

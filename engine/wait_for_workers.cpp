@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::uint32_t kProgressIntervalMs = 100;
 constexpr std::uint32_t kLookMs = 1000;
-constexpr std::uint32_t kSaveIntervalMs = 5000;  // what a process that dies loses, about
 
 // Bytes per whole millisecond, times 1,000: coarse on purpose.
 std::uint32_t BytesPerSecond(std::int64_t bytes, std::uint32_t milliseconds) {
@@ -21,11 +20,23 @@ std::uint32_t BytesPerSecond(std::int64_t bytes, std::uint32_t milliseconds) {
   return static_cast<std::uint32_t>(std::clamp<std::int64_t>(per_millisecond, 0, kMost) * 1000);
 }
 
+// Whatever happens to the report, the next one may be sent.
+class ClearAtExit {
+ public:
+  explicit ClearAtExit(std::atomic<bool>& flag) : m_flag(flag) {}
+  ClearAtExit(const ClearAtExit&) = delete;
+  ClearAtExit& operator=(const ClearAtExit&) = delete;
+  ~ClearAtExit() { m_flag = false; }
+
+ private:
+  std::atomic<bool>& m_flag;
+};
+
 }  // namespace
 
 std::int32_t CDownloadManager::WaitForWorkers() {
   std::int32_t result = kResultWaitFailed;
-  std::uint32_t saved = os::TickMs();
+  m_save_tick = os::TickMs();
   for (;;) {
     const std::vector<WorkerTable::RunningThread> running = m_table.Threads();
     if (running.empty()) {
@@ -39,12 +50,9 @@ std::int32_t CDownloadManager::WaitForWorkers() {
     handles.push_back(m_run_stop->waitable());
     const std::uint32_t began = os::TickMs();
     const std::optional<std::size_t> signalled = os::WaitForAny(handles, kLookMs);
-    if (began - saved >= kSaveIntervalMs) {
-      UpdateDownloadInfo();
-      saved = os::TickMs();
-    }
     if (!signalled) {
       if (os::TickMs() - began < kLookMs / 2) break;  // back at once: the wait could not be made
+      UpdateDownloadInfo();
       continue;
     }
     if (*signalled == running.size()) {
@@ -53,6 +61,7 @@ std::int32_t CDownloadManager::WaitForWorkers() {
     }
     const std::int32_t index = running[*signalled].index;
     if (!m_table.succeeded(index) || !ReassignRange(index)) m_table.CloseThread(index);
+    UpdateDownloadInfo();
   }
   m_table.Stop();
   // After a wait that failed the probe worker is asked again in the next attempt.
@@ -88,6 +97,7 @@ void CDownloadManager::SendProgress(std::int64_t run_bytes, std::int64_t total) 
   if (os::TickMs() - m_last_progress_tick <= kProgressIntervalMs) return;
   bool sending = false;
   if (!m_sending_progress.compare_exchange_strong(sending, true)) return;
+  const ClearAtExit clear(m_sending_progress);
   const std::uint32_t now = os::TickMs();
   const std::optional<std::int64_t> remaining = m_table.Remaining(false);
   if (remaining && now - m_last_progress_tick > kProgressIntervalMs) {
@@ -99,7 +109,6 @@ void CDownloadManager::SendProgress(std::int64_t run_bytes, std::int64_t total) 
                                    BytesPerSecond(run_bytes, now - m_start_tick)});
     m_last_progress_tick = os::TickMs();
   }
-  m_sending_progress = false;
 }
 
 }  // namespace Tarnlo

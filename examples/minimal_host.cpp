@@ -1,11 +1,11 @@
 // The least a host needs: one file into one folder, and how it ended.
+#include <atomic>
 #include <cstdio>
-#include <future>
 
 #include "api/tarnlo.h"
 
 namespace {
-std::promise<int> g_ended;  // 0, or why it failed
+std::atomic<int> g_ended{-1};  // 0, or why it failed
 }
 
 int main(int argc, char** argv) {
@@ -14,13 +14,15 @@ int main(int argc, char** argv) {
     std::printf("%lld of %lld bytes, %d/s\n", static_cast<long long>(done),
                 static_cast<long long>(total), speed);
   });
-  Tarnlo::set_callback_complete([](int) { g_ended.set_value(0); });
-  Tarnlo::set_callback_fail([](int, Tarnlo::NsResultEnum why) { g_ended.set_value(why); });
+  Tarnlo::set_callback_complete([](int) { g_ended = 0, g_ended.notify_one(); });
+  Tarnlo::set_callback_fail(
+      [](int, Tarnlo::NsResultEnum why) { g_ended = why, g_ended.notify_one(); });
 
   Tarnlo::Task task;
   task.id = 1;
   task.url = argv[1];
   task.save_dir = L".";
   if (Tarnlo::create_task(&task) == -1) return 1;
-  return g_ended.get_future().get();
+  g_ended.wait(-1);
+  return g_ended;
 }

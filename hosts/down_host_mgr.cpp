@@ -202,7 +202,7 @@ bool DownHostMgr::InitHost(const wchar_t* url, const os::Event* stop) {
   }
   if (!known.has_value() || (stop != nullptr && stop->IsSet())) return false;
   pass->narrow_host = NarrowHost(pass->url.host);
-  if (!Table::Start(m_table, pass)) {  // no thread: as if nobody had answered
+  if (!Table::Start(m_table, pass)) {  // no thread: as for a name that does not resolve
     kInitHostLog(7);
     kInitHostLog(11);
     return false;

@@ -11,7 +11,7 @@ namespace Tarnlo {
 // be waiting here, inside a callback of its host: it gives up when it is being stopped, so that the
 // operation that stops it need not outwait it.
 //
-// Threads: any. A thread that dies while it holds the gate leaves it open to the next.
+// Threads: any.
 // Not recursive: no operation begins another.
 class OperationGate {
  public:

@@ -43,6 +43,7 @@ struct AsideState {
 template <typename Answer>
 std::optional<Answer> RunAside(std::function<Answer()> work, const os::Event* stop,
                                std::uint32_t milliseconds) {
+  if (stop != nullptr && stop->IsSet()) return std::nullopt;
   using State = AsideState<Answer>;
   const auto state = std::make_shared<State>();
   const bool started = StartDetached([state, work = std::move(work)] {

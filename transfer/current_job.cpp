@@ -1,13 +1,14 @@
 #include "transfer/current_job.h"
 
 #include "support/os/thread_slot.h"
+#include "support/process_object.h"
 
 namespace Tarnlo {
 namespace {
 
 os::ThreadSlot& Slot() {
-  static os::ThreadSlot slot;
-  return slot;
+  static ProcessObject<os::ThreadSlot> slot;
+  return *slot;
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // What an answer means to the worker.
+#include <algorithm>
+
 #include "support/simple_log.h"
 #include "support/text.h"
 #include "transfer/download_http.h"
@@ -78,7 +80,9 @@ bool CDownloadHttp::FollowLocation(const std::wstring& head, bool logged) {
 
 void CDownloadHttp::KeepRemoteInfo(const std::wstring& head) {
   kStep(7);
-  m_nContentLength = ParseNumber(GetHeaderValue(head, L"content-length:"));
+  // A negative length is none: as one, it would be taken for a file of too many bytes.
+  m_nContentLength =
+      std::max<std::int64_t>(ParseNumber(GetHeaderValue(head, L"content-length:")), 0);
   if (!IsNotifying()) return;
   SendTextEvent(m_setup.observer, m_setup.task_id, kEventRemoteName, RemoteFileName().c_str());
   SendEvent(m_setup.observer, kWholeJob, m_setup.task_id, kEventContentLength, m_nContentLength);

@@ -68,7 +68,9 @@ std::optional<std::int64_t> ParseContentRangeStart(std::wstring_view value) {
     return std::nullopt;
   }
   const std::size_t end = value.find_first_not_of(kDigits, digits);
-  if (end == std::wstring_view::npos || value[end] != L'-') return std::nullopt;
+  if (end == std::wstring_view::npos) return std::nullopt;
+  const std::size_t dash = value.find_first_not_of(L" \t", end);
+  if (dash == std::wstring_view::npos || value[dash] != L'-') return std::nullopt;
   return ParseNumber(value.substr(digits, end - digits));
 }
 

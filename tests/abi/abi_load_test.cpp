@@ -113,7 +113,7 @@ class ChildTest : public testing::Test {
     for (int id = 1; id <= kTransfers; ++id) {
       std::string path = "/t";
       path += std::to_string(id);
-      m_server.Serve(path, m_body).Trickling(200'000);
+      m_server.Serve(path, m_body).Trickling(100'000);
     }
     Tell(L"TARNLO_CHILD_URL", m_server.Url("/t"));
     Tell(L"TARNLO_CHILD_FOLDER", m_folder.path());

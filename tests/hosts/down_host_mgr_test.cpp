@@ -336,6 +336,7 @@ TEST_F(RunningPassTest, CallersOfTheSameHostWaitForTheOnePass) {
     }
   }
   EXPECT_EQ(Table().size(), 8u);
+  EXPECT_TRUE((*m_cdn)[0].AwaitConnections(1));
   EXPECT_EQ((*m_cdn)[0].connections(), 1);
 }
 
@@ -351,7 +352,10 @@ TEST_F(RunningPassTest, CallersAtTheSameMomentProbeOnce) {
       });
     }
   }
-  for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ((*m_cdn)[i].connections(), 1);
+  for (std::size_t i = 0; i < 8; ++i) {
+    EXPECT_TRUE((*m_cdn)[i].AwaitConnections(1));
+    EXPECT_EQ((*m_cdn)[i].connections(), 1);
+  }
 }
 
 TEST_F(RunningPassTest, StoppedCallerLeavesAndThePassCommits) {

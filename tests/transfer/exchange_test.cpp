@@ -448,6 +448,12 @@ TEST_F(ProbeTest, MissingLengthIs0AndAHugeOneIsTheLargest) {
   EXPECT_EQ(m_worker.content_length(), std::numeric_limits<std::int64_t>::max());
 }
 
+TEST_F(ProbeTest, NegativeLengthIsNone) {
+  m_server.Serve("/dir/f.zip?x=1", m_file).WithContentLength("-5");
+  Exchange(true);
+  EXPECT_EQ(m_worker.content_length(), 0);
+}
+
 TEST_F(ProbeTest, SilentOwnerHearsNothing) {
   m_server.Serve("/dir/f.zip?x=1", m_file);
   TestOwner owner(false);

@@ -116,8 +116,8 @@ TEST_F(SlowTransferTest, EveryLimitOnTimeHoldsAtItsRealLength) {
   // What had come was dropped and asked for again, but for what came together with the head.
   EXPECT_EQ(m_server.Requests().at(0).Header("Range"), "bytes=0-199999");
   const std::string second_range = m_server.Requests().at(1).Header("Range");
-  EXPECT_TRUE(second_range == "bytes=0-199999" || second_range == "bytes=90-199999")
-      << second_range;
+  ASSERT_TRUE(second_range.starts_with("bytes=") && second_range.ends_with("-199999"));
+  EXPECT_LT(std::atoi(second_range.c_str() + 6), 2000) << second_range;
   EXPECT_TRUE(worker.succeeded());
   EXPECT_EQ(FileDifference(Target(), file), "");
 

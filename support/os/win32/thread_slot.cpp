@@ -1,6 +1,6 @@
 #include "support/os/thread_slot.h"
 
-#include <windows.h>
+#include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
 

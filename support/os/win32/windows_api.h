@@ -8,4 +8,4 @@
 #define NOMINMAX
 #endif
 #include <windows.h>
-#include <winsock2.h>  // before windows.h, which would bring the older sockets
+#include <winsock2.h>  // windows.h brings no older sockets: it is kept lean
