@@ -56,7 +56,8 @@ TARNLO_API bool cancel_task(std::int32_t id);
 // true, for unknown ids as well.
 TARNLO_API bool pause_task(std::int32_t id);
 
-// Goes on with a paused or ended task from what its partial file holds. True when it runs.
+// Goes on with a paused or ended task from what its partial file holds. True when it was started or
+// had not ended.
 TARNLO_API bool continue_task(std::int32_t id);
 
 // Does nothing to any task. Always true.

@@ -38,9 +38,9 @@ class ProcessObjectBase {
   ProcessObjectBase* m_older = nullptr;
 };
 
-// An object made at its first use and never destroyed by the process's end: at that moment its
-// locks may be held, and its memory half changed, by threads that are already gone. Nothing is lost
-// by it, since the system takes everything back.
+// An object that is never destroyed by the process's end: at that moment its locks may be held, and
+// its memory half changed, by threads that are already gone. Nothing is lost by it, since the system
+// takes everything back.
 template <typename T>
 class ProcessObject : public ProcessObjectBase {
  public:
