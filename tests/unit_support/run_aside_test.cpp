@@ -82,19 +82,34 @@ TEST(RunAsideTest, AnswerComesBack) {
 TEST(RunAsideTest, StopLeavesTheWorkBehind) {
   const auto release = std::make_shared<os::Event>();
   const auto ended = std::make_shared<os::Event>();
-  os::Event stop;
-  stop.Set();
+  const auto stop = std::make_shared<os::Event>();
   const auto answer = RunAside<int>(
-      [release, ended] {
+      [release, ended, stop] {
+        stop->Set();
         release->Wait(os::kForever);
         ended->Set();
         return 1;
       },
-      &stop, os::kForever);
+      stop.get(), os::kForever);
   EXPECT_EQ(answer, std::nullopt);
   EXPECT_FALSE(ended->IsSet());
   release->Set();
   EXPECT_TRUE(ended->Wait(kLong));
+}
+
+TEST(RunAsideTest, StopBeforehandStartsNoWork) {
+  const auto began = std::make_shared<os::Event>();
+  os::Event stop;
+  stop.Set();
+  const auto answer = RunAside<int>(
+      [began] {
+        began->Set();
+        return 1;
+      },
+      &stop, os::kForever);
+  EXPECT_EQ(answer, std::nullopt);
+  EXPECT_EQ(began.use_count(), 1);  // nobody else is left who could set it
+  EXPECT_FALSE(began->IsSet());
 }
 
 TEST(RunAsideTest, TimeLeavesTheWorkBehind) {
