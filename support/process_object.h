@@ -39,8 +39,8 @@ class ProcessObjectBase {
 };
 
 // An object that is never destroyed by the process's end: at that moment its locks may be held, and
-// its memory half changed, by threads that are already gone. Nothing is lost by it, since the system
-// takes everything back.
+// its memory half changed, by threads that are already gone. Nothing is lost by it, since the
+// system takes everything back.
 template <typename T>
 class ProcessObject : public ProcessObjectBase {
  public:
