@@ -171,10 +171,10 @@ bool HasValidTrailer(const std::string& bytes) {
   return true;
 }
 
-// A process that ends with threads running. Under Wine one in some hundred never gets as far as the
-// library's end: Wine has ended a thread that held a lock of its own, and waits for that lock. The
-// log, which the library moves aside first of all, is still in its place then; that process says
-// nothing about the library, and another is asked.
+// A process that ends with threads running. Under Wine one was seen that never got as far as the
+// library's end: its last thread waited for a lock inside Wine itself. The log, which the library
+// moves aside first of all, is still in its place then; that process says nothing about the
+// library, and another is asked.
 int EndWithTransfersRunning(const test::TempFolder& temp) {
   int result = test::kChildHung;
   for (int tries = 0; tries < 3 && result == test::kChildHung; ++tries) {
