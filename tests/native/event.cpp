@@ -31,14 +31,13 @@ void Event::Set() {
   signal.DropReference();
 }
 
-bool Event::Wait(std::uint32_t limit_ms) const {
+bool Event::Wait(std::uint32_t milliseconds) const {
   if (IsSet()) return true;
-  const std::uint32_t milliseconds = ScaledWait(limit_ms);
-  if (m_handle.valid())
-    return native::WaitForFirst(std::array{waitable()}, milliseconds).has_value();
+  const std::uint32_t limit_ms = ScaledWait(milliseconds);
+  if (m_handle.valid()) return native::WaitForFirst(std::array{waitable()}, limit_ms).has_value();
   const std::uint32_t begin = TickMs();
-  for (std::uint32_t waited = 0; waited < milliseconds; waited = TickMs() - begin) {
-    SleepMs(std::min(kSliceMs, milliseconds - waited));
+  for (std::uint32_t waited = 0; waited < limit_ms; waited = TickMs() - begin) {
+    SleepMs(std::min(kSliceMs, limit_ms - waited));
     if (IsSet()) return true;
   }
   return false;

@@ -21,13 +21,13 @@ void Event::Set() {
   if (m_handle.valid()) SetEvent(m_handle.get());
 }
 
-bool Event::Wait(std::uint32_t limit_ms) const {
+bool Event::Wait(std::uint32_t milliseconds) const {
   if (IsSet()) return true;
-  const std::uint32_t milliseconds = ScaledWait(limit_ms);
-  if (m_handle.valid()) return WaitForSingleObject(m_handle.get(), milliseconds) == WAIT_OBJECT_0;
+  const std::uint32_t limit_ms = ScaledWait(milliseconds);
+  if (m_handle.valid()) return WaitForSingleObject(m_handle.get(), limit_ms) == WAIT_OBJECT_0;
   const std::uint32_t begin = TickMs();
-  for (std::uint32_t waited = 0; waited < milliseconds; waited = TickMs() - begin) {
-    SleepMs(std::min(kSliceMs, milliseconds - waited));
+  for (std::uint32_t waited = 0; waited < limit_ms; waited = TickMs() - begin) {
+    SleepMs(std::min(kSliceMs, limit_ms - waited));
     if (IsSet()) return true;
   }
   return false;
