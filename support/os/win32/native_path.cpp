@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "support/os/path_form.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
@@ -22,14 +23,25 @@ std::wstring FullPath(const std::wstring& path) {
   return full;
 }
 
+// Empty when there is none.
+std::wstring LongForm(const std::wstring& path) {
+  if (!HasDrive(path)) return {};
+  const std::wstring full = FullPath(path);
+  return HasDrive(full) ? L"\\\\?\\" + full : std::wstring();
+}
+
 }  // namespace
 
 NativePath::NativePath(const std::wstring& path) : m_text(path.c_str()) {
-  if (path.size() < kLongPath || !HasDrive(path)) return;
-  const std::wstring full = FullPath(path);
-  if (!HasDrive(full)) return;
-  m_long = L"\\\\?\\" + full;
-  m_text = m_long.c_str();
+  if (path.size() < kLongPath) return;
+  m_long = LongForm(path);
+  if (!m_long.empty()) m_text = m_long.c_str();
+}
+
+std::wstring CallForm(const std::wstring& path, std::size_t extra) {
+  if (path.size() + extra < kLongPath) return path;
+  std::wstring form = LongForm(path);
+  return form.empty() ? path : form;
 }
 
 }  // namespace Tarnlo::os
