@@ -9,19 +9,18 @@
 #include "hosts/majority_vote.h"
 #include "hosts/network_use.h"
 #include "hosts/step_relay.h"
-#include "support/os/code_page.h"
 #include "support/os/head_client.h"
 #include "support/os/lock.h"
 #include "support/os/wait.h"
 #include "support/process_object.h"
 #include "support/run_aside.h"
 #include "support/simple_log.h"
+#include "support/text.h"
 
 namespace Tarnlo {
 namespace {
 
 constexpr StepLog kInitHostLog("DownHostMgr InitHost");
-constexpr std::size_t kLongestName = 0x3FFFFFFE;
 
 // One pass over the addresses of a URL's host: what its thread needs, and what it found.
 struct Pass {
@@ -42,12 +41,6 @@ class FinishAtExit {
  private:
   StepRelay& m_steps;
 };
-
-// With the code page of the calling thread.
-std::optional<std::string> NarrowHost(const std::wstring& host) {
-  if (host.size() > kLongestName) return std::nullopt;
-  return os::WideToCodePage(host, os::kThreadAnsi, 2 * (host.size() + 1) - 1);
-}
 
 DownHostMgr::AddressMap LoadHostAddresses(const Pass& pass) {
   DownHostMgr::AddressMap found;
@@ -201,7 +194,7 @@ bool DownHostMgr::InitHost(const wchar_t* url, const os::Event* stop) {
     return true;
   }
   if (!known.has_value() || (stop != nullptr && stop->IsSet())) return false;
-  pass->narrow_host = NarrowHost(pass->url.host);
+  pass->narrow_host = NarrowHostName(pass->url.host);
   if (!Table::Start(m_table, pass)) {  // no thread: as for a name that does not resolve
     kInitHostLog(7);
     kInitHostLog(11);

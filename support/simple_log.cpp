@@ -11,6 +11,7 @@
 #include "support/os/code_page.h"
 #include "support/os/file.h"
 #include "support/os/lock.h"
+#include "support/os/path_form.h"
 #include "support/os/system_folders.h"
 #include "support/process_object.h"
 #include "support/text.h"
@@ -135,7 +136,8 @@ struct ShutDownAtExit {
 }  // namespace
 
 simpleLog::simpleLog(std::string path)
-    : m_path(std::move(path)), m_file(os::CodePageToWide(m_path, os::kAnsi)) {
+    : m_path(std::move(path)),
+      m_file(os::CallForm(os::CodePageToWide(m_path, os::kAnsi), kMaxBackupSuffix)) {
   m_backup.reserve(m_file.size() + kMaxBackupSuffix);
   if (m_path.empty()) std::printf("[simpleLog::Log] log filename is empty\n");
 }
@@ -191,9 +193,11 @@ void simpleLog::AppendLine(const char* prefix, const char* format, va_list argum
 
 void simpleLog::StartBackups() {
   const os::LockGuard guard(m_start_lock);
-  if (m_backup_thread.valid()) return;
-  m_backup_thread = os::Thread::Start(kBackupStackBytes, RunBackups, this);
+  if (m_has_thread.load()) return;
+  // The thread's first look counts, and a shutdown from here on moves the file.
   m_initialised.store(true);
+  m_backup_thread = os::Thread::Start(kBackupStackBytes, RunBackups, this);
+  m_has_thread.store(m_backup_thread.valid());
 }
 
 std::uint32_t simpleLog::RunBackups(void* logger) {
@@ -233,7 +237,7 @@ bool simpleLog::MoveAside(const os::LocalTime& now) {
 void simpleLog::ShutDown() {
   if (!m_initialised.exchange(false)) return;
   m_stop.Set();
-  m_backup_thread.WaitForEnd(kExitWaitMs);
+  if (m_has_thread.load()) m_backup_thread.WaitForEnd(kExitWaitMs);
   const os::KernelMutexGuard guard(*g_log_mutex, kExitWaitMs);
   if (guard.held()) MoveAside(os::LocalTimeNow());
 }

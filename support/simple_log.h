@@ -63,12 +63,13 @@ class simpleLog {
   friend void LogPrefixed(const char* prefix, const char* format, va_list arguments);
 
   const std::string m_path;
-  const std::wstring m_file;
-  std::wstring m_backup;  // room for a backup's name, made in advance; guarded by the log mutex
+  const std::wstring m_file;  // in the system's form, a backup's name included
+  std::wstring m_backup;      // room for a backup's name, made in advance; guarded by the log mutex
   os::Event m_stop;
   os::Lock m_start_lock;
+  std::atomic<bool> m_initialised{false};  // from before the thread starts until the shutdown
   os::Thread m_backup_thread;  // written under the start lock, published by the mark below
-  std::atomic<bool> m_initialised{false};
+  std::atomic<bool> m_has_thread{false};
 };
 
 // Lines of the process's logger, with the level word and the calling thread's id in front:

@@ -4,7 +4,6 @@
 #include <array>
 #include <clocale>
 #include <cstdlib>
-#include <cwctype>
 #include <limits>
 #include <vector>
 
@@ -13,6 +12,8 @@
 
 namespace Tarnlo {
 namespace {
+
+constexpr std::size_t kLongestHost = 0x3FFFFFFE;  // characters
 
 constinit os::Lock g_locale_lock;
 
@@ -40,16 +41,16 @@ class SystemLocale {
 // NOLINTEND(concurrency-mt-unsafe)
 
 wchar_t LowerOf(wchar_t c) {
-  return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+  return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c;
 }
 wchar_t UpperOf(wchar_t c) {
-  return static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
+  return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
 }
+// The characters that iswspace accepts on Windows, whatever the locale.
 bool IsSpace(wchar_t c) {
-  return std::iswspace(static_cast<wint_t>(c)) != 0;
-}
-wchar_t AsciiLowerOf(wchar_t c) {
-  return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c;
+  constexpr std::wstring_view kOthers = L" \u00A0\u1680\u2028\u2029\u202F\u205F\u3000";
+  return (c >= L'\t' && c <= L'\r') || (c >= L'\u2000' && c <= L'\u200A') ||
+         kOthers.find(c) != std::wstring_view::npos;
 }
 
 template <typename Change>
@@ -89,6 +90,16 @@ std::string WideToNarrow(std::wstring_view text, unsigned code_page) {
   return bytes;
 }
 
+std::optional<std::string> NarrowHostName(std::wstring_view host) {
+  return NarrowHostName(host, os::kThreadAnsi);
+}
+
+std::optional<std::string> NarrowHostName(std::wstring_view host, unsigned code_page) {
+  if (host.size() > kLongestHost) return std::nullopt;
+  // Two bytes for each character and for the terminator, which takes one of them.
+  return os::WideToCodePage(host, code_page, 2 * host.size() + 1);
+}
+
 std::wstring NumberToWide(std::int64_t number) {
   const std::string digits = std::to_string(number);
   return {digits.begin(), digits.end()};
@@ -120,9 +131,6 @@ std::wstring ToLower(std::wstring_view text) {
 std::wstring ToUpper(std::wstring_view text) {
   return Changed(text, UpperOf);
 }
-std::wstring ToLowerAscii(std::wstring_view text) {
-  return Changed(text, AsciiLowerOf);
-}
 
 bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
@@ -150,7 +158,7 @@ int MonthNumber(std::wstring_view name) {
   static constexpr std::array<std::wstring_view, 12> kMonths = {L"jan", L"feb", L"mar", L"apr",
                                                                 L"may", L"jun", L"jul", L"aug",
                                                                 L"sep", L"oct", L"nov", L"dec"};
-  const std::wstring lower = ToLowerAscii(name);
+  const std::wstring lower = ToLower(name);
   const auto found = std::find(kMonths.begin(), kMonths.end(), lower);
   return found == kMonths.end() ? -1 : static_cast<int>(found - kMonths.begin()) + 1;
 }

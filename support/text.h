@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,15 +18,21 @@ std::wstring NarrowToWide(const std::string& text);
 std::string WideToNarrow(std::wstring_view text);
 std::string WideToNarrow(std::wstring_view text, unsigned code_page);
 
+// A host's name as the name resolver takes it. Nothing, which it takes for this machine, when the
+// name is empty, cannot be converted or needs more than two bytes a character.
+std::optional<std::string> NarrowHostName(std::wstring_view host);
+std::optional<std::string> NarrowHostName(std::wstring_view host, unsigned code_page);
+
 // Decimal.
 std::wstring NumberToWide(std::int64_t number);
+
+// What follows is the same in every locale, since the conversion above and the host switch it.
 
 std::wstring Trim(std::wstring_view text);        // white space as iswspace has it, both ends
 std::wstring TrimBlanks(std::wstring_view text);  // " " alone, both ends
 void ReplaceAll(std::wstring& text, std::wstring_view from, std::wstring_view to);
-std::wstring ToLower(std::wstring_view text);       // as towlower has it; keeps the length
-std::wstring ToUpper(std::wstring_view text);       // as towupper has it; keeps the length
-std::wstring ToLowerAscii(std::wstring_view text);  // A to Z alone
+std::wstring ToLower(std::wstring_view text);  // A to Z alone
+std::wstring ToUpper(std::wstring_view text);  // a to z alone
 bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b);
 
 // Reads like _wtoi64: blanks, a sign, digits up to the first other character; 0 when there are

@@ -47,7 +47,7 @@ bool CCustomizeSocket::InitWinsock() {
 
 os::Ipv4Address CCustomizeSocket::ResolveHost(const wchar_t* name) const {
   std::optional<std::string> narrow;
-  if (name != nullptr) narrow = os::WideToCodePage(name, os::kThreadAnsi);
+  if (name != nullptr) narrow = NarrowHostName(name);
   return RunAside<os::Ipv4Address>([narrow] { return FirstAddress(narrow); }, m_stop, os::kForever)
       .value_or(0);
 }

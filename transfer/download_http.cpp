@@ -18,10 +18,9 @@ constexpr std::int32_t kChunkBytes = 20480;
 constexpr std::size_t kMaxHead = std::size_t{1024} * 1024;  // characters
 
 // The bytes of "user:password" in the system's code page, encoded.
-std::size_t Base64EncodeCredentials(const std::wstring& text, std::wstring& out) {
+std::wstring Base64EncodeCredentials(const std::wstring& text) {
   const auto bytes = os::WideToCodePage(text, os::kAnsi);
-  out = os::CodePageToWide(EncodeBase64(bytes.value_or("")), os::kUtf8);
-  return out.size();
+  return os::CodePageToWide(EncodeBase64(bytes.value_or("")), os::kUtf8);
 }
 
 }  // namespace
@@ -39,7 +38,7 @@ void CDownloadHttp::BuildRequestFor(const std::wstring& range_line, std::wstring
   RequestFields fields;
   fields.object = m_url.m_strObject;
   if (!m_strUser.empty()) {
-    Base64EncodeCredentials(m_strUser + L":" + m_strPassword, fields.credentials);
+    fields.credentials = Base64EncodeCredentials(m_strUser + L":" + m_strPassword);
   }
   fields.referer = m_strReferer;
   fields.user_agent = m_strUserAgent;

@@ -29,7 +29,7 @@ std::wstring TakeHeader(std::wstring_view& head) {
 std::optional<std::wstring> ValueOf(const std::wstring& header, std::wstring_view name) {
   const std::size_t colon = header.find(L':');
   if (colon == std::wstring::npos) return std::nullopt;
-  if (ToLowerAscii(Trim(header.substr(0, colon))) != name) return std::nullopt;
+  if (ToLower(Trim(header.substr(0, colon))) != name) return std::nullopt;
   return Trim(header.substr(colon + 1));
 }
 
@@ -63,7 +63,7 @@ std::optional<std::int64_t> ParseContentRangeStart(std::wstring_view value) {
   const std::size_t digits = value.find_first_of(kDigits);
   const std::size_t slash = value.find(L'/');
   if (digits == std::wstring_view::npos || slash < digits) return std::nullopt;
-  const std::wstring unit = ToLowerAscii(Trim(value.substr(0, digits)));
+  const std::wstring unit = ToLower(Trim(value.substr(0, digits)));
   if (unit != L"bytes" && unit != L"bytes=" && unit != L"bytes:" && !unit.empty()) {
     return std::nullopt;
   }

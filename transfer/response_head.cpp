@@ -36,7 +36,7 @@ std::int32_t ParseStatusCode(std::wstring_view head) {
 }
 
 std::wstring GetHeaderValue(std::wstring_view head, std::wstring_view name) {
-  const std::size_t at = ToLowerAscii(head).find(ToLowerAscii(name));
+  const std::size_t at = ToLower(head).find(ToLower(name));
   if (at == std::wstring::npos) return {};
   const std::wstring_view rest = head.substr(at + name.size());
   return Trim(rest.substr(0, rest.find(L"\r\n")));

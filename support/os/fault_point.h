@@ -16,6 +16,7 @@ enum class Call {
   kSeek,
   kRead,
   kWrite,
+  kWriteWhole,  // a part is written, as on a full disk
   kSetEnd,
   kFlush,
   kRemoveFile,

@@ -11,10 +11,11 @@ namespace Tarnlo {
 namespace {
 
 constexpr std::array<const char*, os::kCalls> kNames = {
-    "buffer",    "event",         "thread",        "wait",    "open file", "file size",
-    "seek",      "read",          "write",         "set end", "flush",     "remove",
-    "mark file", "rename",        "start network", "resolve", "socket",    "blocking",
-    "connect",   "wait readable", "wait writable", "send",    "receive",   "head"};
+    "buffer",        "event",         "thread", "wait",      "open file",
+    "file size",     "seek",          "read",   "write",     "write whole",
+    "set end",       "flush",         "remove", "mark file", "rename",
+    "start network", "resolve",       "socket", "blocking",  "connect",
+    "wait readable", "wait writable", "send",   "receive",   "head"};
 
 // Which of the calls counted here fail: from `first` on, `end` no more.
 struct Rule {

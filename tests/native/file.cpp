@@ -153,6 +153,7 @@ std::optional<std::uint32_t> File::Read(void* bytes, std::uint32_t count) {
 
 std::optional<std::uint32_t> File::Write(const void* bytes, std::uint32_t count) {
   if (Fails(Call::kWrite)) return std::nullopt;
+  if (Fails(Call::kWriteWhole)) count /= 2;
   const ssize_t done = write(DescriptorOf(m_handle), bytes, count);
   if (done < 0) return std::nullopt;
   return static_cast<std::uint32_t>(done);

@@ -1,109 +1,37 @@
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <cerrno>
 
-#include "tests/support/test_socket.h"
+#include "tests/support/native_socket.h"
 
 namespace Tarnlo::test {
-namespace {
 
-using Native = int;
-
-bool WouldBlock() {
-  return errno == EAGAIN || errno == EWOULDBLOCK;
-}
-void SetNonBlocking(Native socket) {
+void SetNonBlocking(NativeSocket socket) {
   fcntl(socket, F_SETFL, O_NONBLOCK);
 }
 
-Native NativeOf(const os::SocketHandle& handle) {
-  return static_cast<Native>(handle.get());
-}
-
-bool Wait(Native socket, bool reading, std::uint32_t milliseconds) {
+bool AwaitSocket(NativeSocket socket, bool reading, std::uint32_t milliseconds) {
   pollfd entry{socket, static_cast<short>(reading ? POLLIN : POLLOUT), 0};
   return poll(&entry, 1, static_cast<int>(milliseconds)) > 0;
 }
 
-template <typename T>
-void SetOption(Native socket, int name, const T& value) {
-  setsockopt(socket, SOL_SOCKET, name, &value, sizeof(value));
+void SetSocketOption(NativeSocket socket, int name, const void* value, std::size_t size) {
+  setsockopt(socket, SOL_SOCKET, name, value, static_cast<socklen_t>(size));
 }
 
-}  // namespace
-
-os::Ipv4Address AddressOf(const std::string& dotted) {
-  return inet_addr(dotted.c_str());
+int ReceiveFrom(NativeSocket socket, char* bytes, std::size_t capacity) {
+  return static_cast<int>(recv(socket, bytes, capacity, 0));
 }
 
-bool TestSocket::WaitReadable(std::uint32_t milliseconds) const {
-  return Wait(NativeOf(m_handle), true, milliseconds);
-}
-
-bool TestSocket::WaitWritable(std::uint32_t milliseconds) const {
-  return Wait(NativeOf(m_handle), false, milliseconds);
-}
-
-int TestSocket::Receive(char* bytes, std::size_t capacity) {
-  return static_cast<int>(recv(NativeOf(m_handle), bytes, capacity, 0));
-}
-
-int TestSocket::Send(const char* bytes, std::size_t count) {
-  const auto sent = send(NativeOf(m_handle), bytes, count, MSG_NOSIGNAL);
-  if (sent < 0 && WouldBlock()) return 0;
+int SendTo(NativeSocket socket, const char* bytes, std::size_t count) {
+  const auto sent = send(socket, bytes, count, MSG_NOSIGNAL);
+  if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
   return static_cast<int>(sent);
 }
 
-void TestSocket::ShutdownSend() {
-  shutdown(NativeOf(m_handle), SHUT_WR);
-}
-
-void TestSocket::Reset() {
-  linger at_once{};
-  at_once.l_onoff = 1;
-  at_once.l_linger = 0;
-  SetOption(NativeOf(m_handle), SO_LINGER, at_once);
-  m_handle.Reset();
-}
-
-void TestSocket::SetReceiveBuffer(int bytes) {
-  SetOption(NativeOf(m_handle), SO_RCVBUF, bytes);
-}
-
-TestListener::TestListener(const std::string& address, std::uint16_t port, int backlog)
-    : m_network_started(os::StartNetwork()) {
-  const Native listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  m_handle.Reset(static_cast<os::SocketHandle::Value>(listener));
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(port);
-  name.sin_addr.s_addr = AddressOf(address);
-  socklen_t length = sizeof(name);
-  auto* const generic = reinterpret_cast<sockaddr*>(&name);
-  if (bind(listener, generic, length) != 0 || listen(listener, backlog) != 0 ||
-      getsockname(listener, generic, &length) != 0) {
-    m_handle.Reset();
-    return;
-  }
-  SetNonBlocking(listener);
-  m_port = ntohs(name.sin_port);
-}
-
-TestListener::~TestListener() {
-  m_handle.Reset();
-  if (m_network_started) os::StopNetwork();
-}
-
-TestSocket TestListener::Accept(std::uint32_t milliseconds) {
-  if (!valid() || !Wait(NativeOf(m_handle), true, milliseconds)) return {};
-  const Native accepted = accept(NativeOf(m_handle), nullptr, nullptr);
-  TestSocket result(static_cast<os::SocketHandle::Value>(accepted));
-  if (result.valid()) SetNonBlocking(accepted);
-  return result;
+void ShutdownSendOf(NativeSocket socket) {
+  shutdown(socket, SHUT_WR);
 }
 
 }  // namespace Tarnlo::test

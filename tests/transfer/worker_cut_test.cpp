@@ -22,7 +22,10 @@ class WorkerCutTest : public WorkerTest {
 TEST_F(WorkerCutTest, ThousandsOfCutsOfOneRangeAreKept) {
   constexpr int kCuts = 4000;
   const Body file(std::int64_t{96} << 20);
-  m_server.Serve("/f", file);
+  // All the cuts together leave more than the first half, so that there is something to cut however
+  // fast the worker is.
+  Gate gate;
+  m_server.Serve("/f", file).StallingAfter(file.size() / 2, gate);
   TestWorker worker;
   Prepare(worker, "/f");
   ASSERT_TRUE(worker.Download(0, file.size(), 0));
@@ -35,6 +38,7 @@ TEST_F(WorkerCutTest, ThousandsOfCutsOfOneRangeAreKept) {
     if (!worker.TryCut(length - left - 1)) ++refused;
     if (worker.TryCut(length - 1 - left / (2 * kCuts))) ++accepted;
   }
+  gate.Open();
   AwaitEnd(worker);
   EXPECT_EQ(refused, kCuts);
   EXPECT_EQ(accepted, kCuts);

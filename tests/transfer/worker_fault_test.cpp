@@ -111,6 +111,18 @@ TEST_F(SocketFaultTest, SendThatFailsOrCannotWaitFailsWithoutALine) {
   EXPECT_TRUE(log.LinesOfThisThread().empty());
 }
 
+TEST(NetworkFaultTest, SocketsThatWereNotGrantedAreNotGivenBack) {
+  const TestListener listener("127.0.0.1", 0, 8);  // keeps the system's sockets for this process
+  {
+    Faults faults;
+    faults.Fail(Call::kStartNetwork);
+    const CCustomizeSocket refused;
+    EXPECT_EQ(faults.Failed(), 1);
+  }
+  CCustomizeSocket socket;
+  EXPECT_TRUE(socket.Connect(AddressOf("127.0.0.1"), listener.port()));
+}
+
 class WorkerFaultTest : public WorkerTest {
  protected:
   void SetUp() override {
@@ -181,6 +193,14 @@ TEST_F(WorkerFaultTest, CollectedBytesThatCannotBeWrittenAreAskedForAgain) {
   EXPECT_EQ(lines.back(), "[INFO] CDownloadBase RecvDataAndSaveToFile 7");
   ExpectComplete(1000, 501'000);
   EXPECT_EQ(LastRange(), "bytes=" + std::to_string(1000 + LeadingBytes(lines)) + "-500999");
+}
+
+TEST_F(WorkerFaultTest, WriteThatFallsShortCountsWhatItWrote) {
+  m_faults.Fail(Call::kWriteWhole);
+  const Lines lines = FirstAttempt(1000, 500'000);
+  EXPECT_EQ(lines.back(), "[WARN] CDownloadBase RecvDataAndSaveToFile 2");
+  ExpectComplete(1000, 501'000);
+  EXPECT_EQ(LastRange(), "bytes=" + std::to_string(1000 + LeadingBytes(lines) / 2) + "-500999");
 }
 
 TEST_F(WorkerFaultTest, FileThatCannotBeOpenedFailsTheAttempt) {

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <map>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/os/clock.h"
 #include "support/run_aside.h"
 #include "support/simple_log.h"
 #include "support/text.h"
@@ -60,29 +63,42 @@ class LogOfAProcessTest : public testing::Test {
     return names;
   }
 
+  // As many as children ran; in the hour of the daily backup each may have made one more.
+  void ExpectBackupsOf(std::size_t children) const {
+    const bool in_backup_hour = m_first_hour == 23 || os::LocalTimeNow().hour == 23;
+    EXPECT_GE(Backups().size(), children);
+    EXPECT_LE(Backups().size(), in_backup_hour ? 2 * children : children);
+  }
+
   test::TempFolder m_temp;
+  const int m_first_hour = os::LocalTimeNow().hour;
 };
 
 TEST_F(LogOfAProcessTest, EndMovesTheLogAsideAndLeavesAnEmptyOne) {
   Run("WritesTwoLines");
-  const auto backups = Backups();
-  ASSERT_EQ(backups.size(), 1U);
+  ExpectBackupsOf(1);
+  std::string lines;
+  for (const std::wstring& name : Backups()) lines += Read(name);
   EXPECT_TRUE(test::FileExists(m_temp.File(L"tarnlo.log")));
   EXPECT_EQ(Read(L"tarnlo.log"), "");
   EXPECT_TRUE(std::regex_match(
-      Read(backups[0]),
+      lines,
       std::regex(R"(\[[^\]]+\] \[INFO\] \d+ - first\r\n\[[^\]]+\] \[INFO\] \d+ - second\r\n)")))
-      << Read(backups[0]);
+      << lines;
 }
 
 TEST_F(LogOfAProcessTest, NextProcessCountsItsBackup) {
   Run("WritesTwoLines");
   Run("WritesTwoLines");
   Run("WritesTwoLines");
-  const auto backups = Backups();
-  ASSERT_EQ(backups.size(), 3U);
-  EXPECT_EQ(backups[1], backups[0] + L".1");
-  EXPECT_EQ(backups[2], backups[0] + L".2");
+  ExpectBackupsOf(3);
+  // Each date counts for itself, since midnight may have come between two.
+  std::map<std::wstring, std::int64_t> of_date;
+  for (const std::wstring& name : Backups()) {
+    const std::wstring dated = name.substr(0, std::wstring(L"tarnlo.log.2024-05-31").size());
+    const std::int64_t count = of_date[dated]++;
+    EXPECT_EQ(name, count == 0 ? dated : dated + L"." + NumberToWide(count));
+  }
 }
 
 TEST_F(LogOfAProcessTest, ProcessThatNeverStartsItLeavesNothing) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <latch>
 #include <limits>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -146,6 +147,31 @@ TEST(TrimTest, WhiteSpaceGoesAtBothEndsOnly) {
   EXPECT_EQ(Trim(L"a"), L"a");
 }
 
+TEST(TrimTest, WhiteSpaceIsThatOfWindowsInEveryLocale) {
+  const std::wstring spaces =
+      L"\t\n\v\f\r \u00A0\u1680\u2000\u2005\u200A\u2028\u2029\u202F\u205F\u3000";
+  EXPECT_EQ(Trim(spaces + L"a" + spaces), L"a");
+  for (const wchar_t c : std::wstring(L"\b\x0E\u0085\u180E\u1FFF\u200B\uFEFF")) {
+    EXPECT_EQ(Trim(std::wstring(1, c)), std::wstring(1, c)) << static_cast<unsigned>(c);
+  }
+}
+
+TEST(NarrowHostNameTest, NameIsOfTheThreadsCodePage) {
+  EXPECT_EQ(NarrowHostName(L"my-host"), "my-host");
+  EXPECT_EQ(NarrowHostName(L"h\u00E4"), "h\xE4");
+}
+
+TEST(NarrowHostNameTest, EmptyNameAndNameThatIsNotConvertedAreNothing) {
+  EXPECT_EQ(NarrowHostName(L""), std::nullopt);
+  EXPECT_EQ(NarrowHostName(L"host", kNoCodePage), std::nullopt);
+}
+
+TEST(NarrowHostNameTest, TwoBytesForEachCharacterAndOneMoreAreTheBound) {
+  EXPECT_EQ(NarrowHostName(L"\u3042\u3042", kJapanese), "\x82\xA0\x82\xA0");
+  EXPECT_EQ(NarrowHostName(L"\u3042", os::kUtf8), "\xE3\x81\x82");
+  EXPECT_EQ(NarrowHostName(L"\u3042\u3042", os::kUtf8), std::nullopt);
+}
+
 TEST(TrimBlanksTest, BlanksGoAndOtherWhiteSpaceStays) {
   EXPECT_EQ(TrimBlanks(L""), L"");
   EXPECT_EQ(TrimBlanks(L"   "), L"");
@@ -174,8 +200,18 @@ TEST(ReplaceAllTest, NothingToLookForChangesNothing) {
 TEST(CaseTest, LettersChangeAndTheRestStays) {
   EXPECT_EQ(ToLower(L"AbC-1_Z"), L"abc-1_z");
   EXPECT_EQ(ToUpper(L"aBc-1_z"), L"ABC-1_Z");
-  EXPECT_EQ(ToLowerAscii(L"@AZ[`az{"), L"@az[`az{");
-  EXPECT_EQ(ToLowerAscii(L"\u00C4B"), L"\u00C4b");
+  EXPECT_EQ(ToLower(L"@AZ[`az{"), L"@az[`az{");
+  EXPECT_EQ(ToUpper(L"@AZ[`az{"), L"@AZ[`AZ{");
+}
+
+// In the system's default locale, which a host may set, other letters have a case, too.
+TEST(CaseTest, LocaleOfTheHostChangesNothing) {
+  const std::string before = CurrentLocale();
+  ASSERT_NE(std::setlocale(LC_ALL, ""), nullptr);
+  EXPECT_EQ(ToLower(L"\u00C4B"), L"\u00C4b");
+  EXPECT_EQ(ToUpper(L"\u00E4b"), L"\u00E4B");
+  EXPECT_FALSE(EqualIgnoringCase(L"\u00C4", L"\u00E4"));
+  std::setlocale(LC_ALL, before.c_str());
 }
 
 TEST(EqualIgnoringCaseTest, CaseDoesNotCountAndLengthDoes) {

@@ -1,50 +1,11 @@
 #include "support/os/file.h"
 
-#include <string_view>
-
 #include "support/os/fault_point.h"
+#include "support/os/win32/native_path.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
 namespace {
-
-// Below this every call takes a path as it is, those that keep room for a short name included.
-constexpr std::size_t kLongPath = 240;
-
-bool HasDrive(std::wstring_view path) {
-  return path.size() >= 3 && path[1] == L':' && (path[2] == L'\\' || path[2] == L'/');
-}
-
-// The same path with "." and ".." resolved and its slashes turned into backslashes; empty when the
-// system refuses.
-std::wstring FullPath(const std::wstring& path) {
-  const DWORD needed = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-  std::wstring full(needed, L'\0');
-  const DWORD length = GetFullPathNameW(path.c_str(), needed, full.data(), nullptr);
-  if (length >= needed) return {};
-  full.resize(length);
-  return full;
-}
-
-// A path in the form that the system takes at any length. A short one is passed on as it is, with
-// nothing allocated, since files are opened while the process ends, too.
-class NativePath {
- public:
-  explicit NativePath(const std::wstring& path) : m_text(path.c_str()) {
-    if (path.size() < kLongPath || !HasDrive(path)) return;
-    const std::wstring full = FullPath(path);
-    if (!HasDrive(full)) return;
-    m_long = L"\\\\?\\" + full;
-    m_text = m_long.c_str();
-  }
-  NativePath(const NativePath&) = delete;
-  NativePath& operator=(const NativePath&) = delete;
-  [[nodiscard]] const wchar_t* c_str() const { return m_text; }
-
- private:
-  std::wstring m_long;
-  const wchar_t* m_text;
-};
 
 DWORD NativeAccess(FileAccess access) {
   switch (access) {
@@ -123,6 +84,7 @@ std::optional<std::uint32_t> File::Read(void* bytes, std::uint32_t count) {
 
 std::optional<std::uint32_t> File::Write(const void* bytes, std::uint32_t count) {
   if (Fails(Call::kWrite)) return std::nullopt;
+  if (Fails(Call::kWriteWhole)) count /= 2;
   DWORD done = 0;
   if (WriteFile(m_handle.get(), bytes, count, &done, nullptr) == 0) return std::nullopt;
   return done;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "support/os/win32/native_path.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
@@ -15,11 +16,12 @@ constexpr DWORD kMaxResourceBytes = 16 * 1024;
 }  // namespace
 
 std::optional<std::array<int, 4>> ReadFileVersion(const std::wstring& path) {
+  const NativePath native(path);
   DWORD ignored = 0;
-  const DWORD size = std::min(GetFileVersionInfoSizeW(path.c_str(), &ignored), kMaxResourceBytes);
+  const DWORD size = std::min(GetFileVersionInfoSizeW(native.c_str(), &ignored), kMaxResourceBytes);
   if (size == 0) return std::nullopt;
   std::vector<std::byte> resource(size);
-  if (GetFileVersionInfoW(path.c_str(), 0, size, resource.data()) == 0) return std::nullopt;
+  if (GetFileVersionInfoW(native.c_str(), 0, size, resource.data()) == 0) return std::nullopt;
   void* block = nullptr;
   UINT length = 0;
   if (VerQueryValueW(resource.data(), L"\\", &block, &length) == 0) return std::nullopt;
