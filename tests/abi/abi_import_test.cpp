@@ -230,6 +230,32 @@ TEST_F(AbiTest, FalseMd5FailsAndTheFileGoes) {
   EXPECT_FALSE(test::FileExists(m_folder.File(L"f")));
 }
 
+TEST_F(AbiTest, EachFieldOfTheRecordReachesTheTask) {
+  Task task = TaskOf(1, "/f");
+  task.save_dir = m_folder.MakeFolder(L"gr\u00FC\u00DFe \u65E5\u672C");
+  task.md5 = "00112233445566778899aabbccddeeff,b4e6a74662c3cce56e54ea80855a48a3";
+  task.reserved = -1;
+  ASSERT_EQ(create_task(&task), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_EQ(test::FileDifference(task.save_dir + L"\\f", m_body), "");
+}
+
+// The DLL is a file with a version, in the way of the one that is asked for.
+TEST_F(AbiTest, VersionOfTheFileThatIsThereDecides) {
+  const std::filesystem::path there = m_folder.File(L"f");
+  std::filesystem::copy_file(test::FileOfModule(L"tarnlo.dll"), there);
+  const std::string before = test::ReadFileBytes(there);
+  Task task = TaskOf(1, "/f");
+  task.version = "0.0.0";
+  ASSERT_EQ(create_task(&task), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  EXPECT_TRUE(test::ReadFileBytes(there) == before);
+  task.version = "60000.0.0";
+  ASSERT_EQ(create_task(&task), 1);
+  ASSERT_TRUE(m_record.Await("complete 1", 2));
+  ExpectFile(L"f");
+}
+
 TEST_F(AbiTest, TasksThatCannotStartAreRefused) {
   Task task = TaskOf(1, "/f");
   task.url.clear();
