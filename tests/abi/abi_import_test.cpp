@@ -156,6 +156,20 @@ TEST(StartTest, NothingIsStartedBeforeTheFirstTask) {
   EXPECT_TRUE(temp.Names().empty());  // no log
 }
 
+TEST(AbiChild, DISABLED_FirstTaskIsRefused) {
+  const Task task;
+  EXPECT_EQ(create_task(&task), -1);
+  EXPECT_TRUE(cancel_task(1));
+  EXPECT_TRUE(pause_task(1));
+  EXPECT_FALSE(continue_task(1));
+}
+
+TEST(StartTest, FirstTaskStartsTheLibraryThoughItIsRefused) {
+  const test::TempFolder temp;
+  EXPECT_EQ(test::RunTestInChild("AbiChild.DISABLED_FirstTaskIsRefused", temp.path()), 0);
+  EXPECT_FALSE(temp.Names().empty());  // the log
+}
+
 TEST_F(AbiTest, DISABLED_SixteenFirstTasks) {
   constexpr std::int32_t kThreads = 16;
   std::vector<test::TempFolder> folders(kThreads + 1);
