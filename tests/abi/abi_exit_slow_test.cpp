@@ -26,7 +26,8 @@ using test::LoadedDll;
 using test::PartialFile;
 
 constexpr int kTransfers = 10;
-constexpr int kFast = 2;                       // of them
+constexpr int kFast = 2;  // of them
+constexpr std::chrono::seconds kChildLimit{20};
 constexpr std::uint32_t kLongestEndMs = 2500;  // half of what one job's stop may take
 
 std::wstring Partial(int id) {
@@ -107,14 +108,15 @@ class SlowExitTest : public testing::Test {
   // trailers are saved.
   const test::Body& BodyOf(int id) const { return id <= kFast ? m_long_body : m_body; }
 
-  // Ends a process with threads running. Under Wine one was seen that never got as far as the
-  // library's end: its last thread waited for a lock inside Wine itself. The log, which the library
-  // moves aside first of all, is still in its place then; that process says nothing about the
-  // library, and another is asked.
+  // Ends a process with threads running. Under Wine, on a machine with much else to do, one in ten
+  // never gets as far as the library's end: its last thread waits inside NtTerminateProcess for a
+  // lock of Wine's own, which a thread that is gone had held. The log, which the library moves
+  // aside first of all, is still in its place then; that process says nothing about the library,
+  // and another is asked.
   void End(const std::string& how) {
     int result = test::kChildHung;
     for (int tries = 0; tries < 3 && result == test::kChildHung; ++tries) {
-      result = test::RunTestInChild("SlowExitChild.DISABLED_" + how, m_temp.path());
+      result = test::RunTestInChild("SlowExitChild.DISABLED_" + how, m_temp.path(), kChildLimit);
       if (result == test::kChildHung && LogIsEmpty()) break;
     }
     const DWORD now = GetTickCount();
@@ -135,7 +137,7 @@ class SlowExitTest : public testing::Test {
 };
 
 TEST_F(SlowExitTest, EndBeforeASaveLeavesPlainPartialFilesAndMovesTheLogAside) {
-  for (std::size_t turn = 1; turn <= 5; ++turn) {
+  for (std::size_t turn = 1; turn <= 3; ++turn) {
     End("EndsWithTransfersRunning");
     if (HasFatalFailure()) return;
     for (int id = 1; id <= kTransfers; ++id) EXPECT_EQ(Left(id).Fault(), "") << id;
