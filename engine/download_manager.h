@@ -120,7 +120,7 @@ class CDownloadManager final : public IWorkerOwner {
   void BeginFlush();
   void AwaitFlush();
   [[nodiscard]] bool HasTrailer() const;
-  bool SaveTrailer(const std::vector<RangeRecord>& records) const;
+  bool SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const;
 
   [[nodiscard]] std::wstring GetTempFilePath() const;  // empty without a target path
   [[nodiscard]] std::int64_t content_length() const {

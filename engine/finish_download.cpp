@@ -1,9 +1,8 @@
 // The end of an attempt: the trailer of a file that is not complete, or the target and its proof.
-#include <array>
-
 #include "engine/download_manager.h"
 #include "engine/file_md5.h"
 #include "engine/md5_list.h"
+#include "engine/patient_file.h"
 #include "support/os/file.h"
 #include "support/report_store.h"
 #include "support/simple_log.h"
@@ -15,17 +14,6 @@ namespace {
 constexpr StepLog kLog("CDownloadManager HandleDownloadFinished");
 constexpr StepLog kCheckLog("CDownloadManager CheckMd5");
 constexpr std::size_t kLongestIgnoredList = 3;  // too short for a digest: no verification
-
-// Others may hold the file for a moment, a virus scanner above all: worth three more tries.
-os::RenameResult ReplacePatiently(const std::wstring& from, const std::wstring& to,
-                                  const os::Event& stop) {
-  os::RenameResult result = os::ReplaceByRename(from, to);
-  for (const std::uint32_t pause_ms : std::array<std::uint32_t, 3>{200, 400, 800}) {
-    if (result != os::RenameResult::kBusy || stop.Wait(pause_ms)) break;
-    result = os::ReplaceByRename(from, to);
-  }
-  return result;
-}
 
 }  // namespace
 
@@ -53,8 +41,7 @@ bool CDownloadManager::CutAndRename() {
   kLog(2);
   AwaitFlush();
   const std::wstring temporary = GetTempFilePath();
-  os::File file = os::File::Open(temporary, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
-                                 os::FileCreation::kOpenExisting);
+  os::File file = OpenPatiently(temporary, *m_run_stop);
   if (!file.valid()) {
     kLog(8);
     return false;
@@ -69,7 +56,7 @@ bool CDownloadManager::CutAndRename() {
     return false;
   }
   kLog(5);
-  if (ReplacePatiently(temporary, m_target_path, *m_run_stop) != os::RenameResult::kDone) {
+  if (!ReplacePatiently(temporary, m_target_path, *m_run_stop)) {
     kLog(6);
     return false;
   }

@@ -3,6 +3,7 @@
 #include <span>
 
 #include "engine/download_manager.h"
+#include "engine/patient_file.h"
 #include "engine/resume_trailer.h"
 #include "support/os/clock.h"
 #include "support/os/file.h"
@@ -102,7 +103,11 @@ void CDownloadManager::UpdateDownloadInfo() {
   const bool flushing = m_flush && !m_flush->done.IsSet();
   if (flushing) return;
   if (!m_records_to_save.empty()) {
-    if (m_flush->succeeded) SaveTrailer(m_records_to_save);
+    if (m_flush->succeeded) {
+      SaveTrailer(os::File::Open(GetTempFilePath(), os::FileAccess::kReadWrite,
+                                 os::FileShare::kReadWrite, os::FileCreation::kOpenExisting),
+                  m_records_to_save);
+    }
     m_records_to_save.clear();
   }
   if (os::TickMs() - m_save_tick < kSaveIntervalMs || !HasTrailer()) return;
@@ -121,7 +126,9 @@ bool CDownloadManager::WriteDownloadInfo() {
     BeginFlush();
     if (m_flush->done.Wait(kFlushAtEndMs) && !m_flush->succeeded) return false;
   }
-  return SaveTrailer(m_table.Records());
+  const std::vector<RangeRecord> records = m_table.Records();
+  if (m_active_ranges == 0 || records.empty()) return false;
+  return SaveTrailer(OpenPatiently(GetTempFilePath(), *m_run_stop), records);
 }
 
 bool CDownloadManager::HasTrailer() const {
@@ -130,10 +137,8 @@ bool CDownloadManager::HasTrailer() const {
 
 // In one piece. A file that was cut to its content alone is extended again; one that is shorter has
 // lost bytes and gets no trailer.
-bool CDownloadManager::SaveTrailer(const std::vector<RangeRecord>& records) const {
-  os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kReadWrite,
-                                 os::FileShare::kReadWrite, os::FileCreation::kOpenExisting);
-  if (!file.valid() || m_active_ranges == 0 || records.empty()) return false;
+bool CDownloadManager::SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const {
+  if (!file.valid()) return false;
   const std::optional<std::int64_t> size = file.Size();
   if (!size || *size < content_length()) return false;
   std::vector<std::uint8_t> trailer = EncodeRecords(records);

@@ -176,11 +176,6 @@ void simpleLog::AppendLine(const char* prefix, const char* format, va_list argum
   if (!message.Make(format, arguments)) return;
   const os::KernelMutexGuard guard(*g_log_mutex, os::kForever);
   if (!guard.held()) return;
-  // Shared with everyone, renaming included: the handle of a thread that died here must not stand
-  // in the way of the move.
-  os::File file = os::File::Open(m_file, os::FileAccess::kAppend, os::FileShare::kReadWriteDelete,
-                                 os::FileCreation::kOpenAlways);
-  if (!file.valid()) return;
   const os::LocalTime now = os::LocalTimeNow();
   Formatted time;
   if (!time.Make("[%4d-%02d-%02d %d:%02d:%02d] ", now.year, now.month, now.day, now.hour,
@@ -191,8 +186,7 @@ void simpleLog::AppendLine(const char* prefix, const char* format, va_list argum
   line.Append(time.text());
   line.Append(prefix);
   line.Append(message.text());
-  const std::string_view bytes = line.Finish();
-  file.Write(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+  os::AppendToFile(m_file, line.Finish());
 }
 
 void simpleLog::StartBackups() {
@@ -233,9 +227,7 @@ bool simpleLog::BackUpWhenDue(const os::LocalTime& now) {
 bool simpleLog::MoveAside(const os::LocalTime& now) {
   RenameToBackup(m_file, m_backup, now);
   // A file that could not be moved keeps its lines.
-  return os::File::Open(m_file, os::FileAccess::kAppend, os::FileShare::kReadWriteDelete,
-                        os::FileCreation::kOpenAlways)
-      .valid();
+  return os::AppendToFile(m_file, "");
 }
 
 void simpleLog::ShutDown() {

@@ -1,8 +1,8 @@
 // From the connection into the file: the body of one answer.
 #include <algorithm>
 #include <memory>
-#include <new>
 
+#include "support/os/buffer.h"
 #include "support/os/clock.h"
 #include "support/report_store.h"
 #include "support/simple_log.h"
@@ -67,7 +67,7 @@ bool CDownloadBase::RecvDataAndSaveToFile(CCustomizeSocket& socket, const char* 
     LogWarn("%s 2", kMethod);
     return false;
   }
-  const std::unique_ptr<char[]> collected(new (std::nothrow) char[kCollectionBytes]);
+  const std::unique_ptr<char[]> collected = os::AllocateBuffer(kCollectionBytes);
   if (collected == nullptr) {
     LogWarn("%s 3", kMethod);
     return false;

@@ -4,12 +4,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "support/os/handle.h"
 
 namespace Tarnlo::os {
 
-enum class FileAccess { kRead, kWrite, kReadWrite, kAppend };
+enum class FileAccess { kRead, kWrite, kReadWrite };
 enum class FileShare { kNone, kRead, kReadWrite, kReadWriteDelete };
 enum class FileCreation { kOpenExisting, kCreateNew, kOpenAlways, kCreateAlways };
 
@@ -38,6 +39,11 @@ class File {
  private:
   KernelHandle m_handle;
 };
+
+// Puts the bytes behind the end of the file, which is made when there is none, in one write: other
+// processes see all of them or none. The file is shared with everyone, renaming included, so that
+// the handle of a thread that died here stands in nobody's way.
+bool AppendToFile(const std::wstring& path, std::string_view bytes);
 
 bool RemoveFile(const std::wstring& path);
 bool IsDirectory(const std::wstring& path);

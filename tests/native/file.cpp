@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "support/os/fault_point.h"
 #include "tests/native/kernel_object.h"
 #include "tests/native/native_path.h"
 #include "tests/native/open_files.h"
@@ -57,8 +58,6 @@ int AccessFlags(FileAccess access) {
       return O_WRONLY;
     case FileAccess::kReadWrite:
       return O_RDWR;
-    case FileAccess::kAppend:
-      return O_WRONLY | O_APPEND;
   }
   return 0;
 }
@@ -102,62 +101,83 @@ bool ChangeMark(const std::wstring& path, Change change) {
   return chmod(native_path.c_str(), status.st_mode | S_IWUSR) == 0;
 }
 
+// An invalid handle when the system, or another that has the file open, refuses.
+KernelHandle OpenNative(const std::wstring& path, const native::Opening& opening, int flags,
+                        FileCreation creation) {
+  const fs::path native_path = native::NativePath(path);
+  if (native_path.empty()) return KernelHandle();
+  OpenFiles& table = OpenFiles::Table();
+  const OpenFiles::Guard guard(table.mutex());
+  struct stat status {};
+  const bool there = Stat(native_path, status);
+  if (there && !MayOpen(table, status, opening, creation)) return KernelHandle();
+  const int descriptor =
+      open(native_path.c_str(), flags | CreationFlags(creation) | O_CLOEXEC, 0666);
+  if (descriptor < 0) return KernelHandle();
+  KernelHandle handle(
+      native::HandleOf(std::make_unique<FileObject>(descriptor, opening).release()));
+  if (!there && Stat(native_path, status)) table.Show(IdOf(status));  // the number was another's
+  return handle;
+}
+
 }  // namespace
 
 File File::Open(const std::wstring& path, FileAccess access, FileShare share,
                 FileCreation creation) {
   File file;
-  const fs::path native_path = native::NativePath(path);
-  if (native_path.empty()) return file;
+  if (Fails(Call::kOpenFile)) return file;
   const native::Opening opening{access == FileAccess::kRead || access == FileAccess::kReadWrite,
                                 access != FileAccess::kRead, share};
-  OpenFiles& table = OpenFiles::Table();
-  const OpenFiles::Guard guard(table.mutex());
-  struct stat status {};
-  const bool there = Stat(native_path, status);
-  if (there && !MayOpen(table, status, opening, creation)) return file;
-  const int descriptor =
-      open(native_path.c_str(), AccessFlags(access) | CreationFlags(creation) | O_CLOEXEC, 0666);
-  if (descriptor < 0) return file;
-  auto object = std::make_unique<FileObject>(descriptor, opening);
-  file.m_handle.Reset(native::HandleOf(object.release()));
-  if (!there && Stat(native_path, status)) table.Show(IdOf(status));  // the number was another's
+  file.m_handle = OpenNative(path, opening, AccessFlags(access), creation);
   return file;
 }
 
 std::optional<std::int64_t> File::Size() const {
+  if (Fails(Call::kFileSize)) return std::nullopt;
   struct stat status {};
   if (fstat(DescriptorOf(m_handle), &status) != 0) return std::nullopt;
   return status.st_size;
 }
 
 bool File::Seek(std::int64_t position) {
+  if (Fails(Call::kSeek)) return false;
   return position >= 0 && lseek(DescriptorOf(m_handle), position, SEEK_SET) == position;
 }
 
 std::optional<std::uint32_t> File::Read(void* bytes, std::uint32_t count) {
+  if (Fails(Call::kRead)) return std::nullopt;
   const ssize_t done = read(DescriptorOf(m_handle), bytes, count);
   if (done < 0) return std::nullopt;
   return static_cast<std::uint32_t>(done);
 }
 
 std::optional<std::uint32_t> File::Write(const void* bytes, std::uint32_t count) {
+  if (Fails(Call::kWrite)) return std::nullopt;
   const ssize_t done = write(DescriptorOf(m_handle), bytes, count);
   if (done < 0) return std::nullopt;
   return static_cast<std::uint32_t>(done);
 }
 
 bool File::SetEnd() {
+  if (Fails(Call::kSetEnd)) return false;
   const int descriptor = DescriptorOf(m_handle);
   const off_t position = lseek(descriptor, 0, SEEK_CUR);
   return position >= 0 && ftruncate(descriptor, position) == 0;
 }
 
 bool File::Flush() {
+  if (Fails(Call::kFlush)) return false;
   return fdatasync(DescriptorOf(m_handle)) == 0;
 }
 
+bool AppendToFile(const std::wstring& path, std::string_view bytes) {
+  const KernelHandle file = OpenNative(path, {false, true, FileShare::kReadWriteDelete},
+                                       O_WRONLY | O_APPEND, FileCreation::kOpenAlways);
+  return file.valid() && write(DescriptorOf(file), bytes.data(), bytes.size()) == std::ssize(bytes);
+}
+
 bool RemoveFile(const std::wstring& path) {
+  if (Fails(Call::kRemoveFile)) return false;
   OpenFiles& table = OpenFiles::Table();
   const OpenFiles::Guard guard(table.mutex());
   const fs::path native_path = native::NativePath(path);
@@ -174,14 +194,17 @@ bool IsDirectory(const std::wstring& path) {
 }
 
 bool SetHidden(const std::wstring& path) {
+  if (Fails(Call::kMarkFile)) return false;
   return ChangeMark(path, [](OpenFiles& table, const OpenFiles::Id& id) { table.Hide(id); });
 }
 
 bool SetNormal(const std::wstring& path) {
+  if (Fails(Call::kMarkFile)) return false;
   return ChangeMark(path, [](OpenFiles& table, const OpenFiles::Id& id) { table.Show(id); });
 }
 
 RenameResult ReplaceByRename(const std::wstring& from, const std::wstring& to) {
+  if (Fails(Call::kRename)) return RenameResult::kBusy;
   OpenFiles& table = OpenFiles::Table();
   const OpenFiles::Guard guard(table.mutex());
   const fs::path native_from = native::NativePath(from);

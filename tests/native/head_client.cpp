@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "support/os/code_page.h"
+#include "support/os/fault_point.h"
 
 namespace Tarnlo::os {
 namespace {
@@ -151,6 +152,7 @@ CrackedUrl CrackUrl(const std::wstring& url) {
 
 HeadAnswer SendHead(const HeadRequest& request) {
   HeadAnswer answer;
+  if (Fails(Call::kHead)) return answer;
   const CurlHandle session = OpenSession();
   if (!session.valid()) return answer;
   // A connection is made by sending only.

@@ -3,10 +3,15 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <vector>
 
 #include "support/os/handle.h"
+#include "support/os/wait.h"
 
 namespace Tarnlo::os::native {
 
@@ -54,6 +59,10 @@ class Signal : public KernelObject {
   std::mutex m_mutex;
   std::vector<Waiter*> m_waiters;
 };
+
+// What os::WaitForAny does when it is not made to fail.
+std::optional<std::size_t> WaitForFirst(std::span<const Waitable> objects,
+                                        std::uint32_t milliseconds);
 
 // The object behind a handle; the maker of the handle knows its type.
 template <typename T>

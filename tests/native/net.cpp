@@ -16,6 +16,7 @@
 #include <limits>
 
 #include "support/os/clock.h"
+#include "support/os/fault_point.h"
 
 namespace Tarnlo::os {
 namespace {
@@ -57,12 +58,14 @@ Readiness FromPoll(int happened) {
 }  // namespace
 
 bool StartNetwork() {
+  if (Fails(Call::kStartNetwork)) return false;
   return true;
 }
 
 void StopNetwork() {}
 
 std::vector<Ipv4Address> ResolveName(const char* name) {
+  if (Fails(Call::kResolve)) return {};
   const std::string text = name == nullptr || *name == '\0' ? NameOfThisMachine() : name;
   std::vector<char> buffer(8192);
   hostent entry{};
@@ -91,6 +94,7 @@ std::string DottedText(Ipv4Address address) {
 
 Socket Socket::OpenTcp() {
   Socket made;
+  if (Fails(Call::kSocket)) return made;
   const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
   if (descriptor < 0) return made;
   made.m_handle.Reset(static_cast<SocketHandle::Value>(descriptor));
@@ -99,6 +103,7 @@ Socket Socket::OpenTcp() {
 }
 
 bool Socket::SetBlocking(bool blocking) {
+  if (Fails(Call::kSetBlocking)) return false;
   const int descriptor = static_cast<int>(m_handle.get());
   const int flags = fcntl(descriptor, F_GETFL);
   if (flags < 0) return false;
@@ -106,6 +111,7 @@ bool Socket::SetBlocking(bool blocking) {
 }
 
 Socket::ConnectState Socket::StartConnect(Ipv4Address address, std::uint16_t port) {
+  if (Fails(Call::kConnect)) return ConnectState::kFailed;
   sockaddr_in target{};
   target.sin_family = AF_INET;
   target.sin_port = htons(port);
@@ -120,12 +126,12 @@ Socket::ConnectState Socket::StartConnect(Ipv4Address address, std::uint16_t por
 }
 
 Readiness Socket::WaitReadable(std::uint32_t milliseconds) const {
-  if (!valid()) return Readiness::kError;
+  if (!valid() || Fails(Call::kWaitReadable)) return Readiness::kError;
   return FromPoll(Poll(m_handle.get(), POLLIN, milliseconds));
 }
 
 Readiness Socket::WaitWritable(std::uint32_t milliseconds) const {
-  if (!valid()) return Readiness::kError;
+  if (!valid() || Fails(Call::kWaitWritable)) return Readiness::kError;
   const std::uint32_t begin = TickMs();
   const int happened = Poll(m_handle.get(), POLLOUT, milliseconds);
   if (happened > 0 && IsConnecting(m_handle.get())) {
@@ -139,11 +145,13 @@ Readiness Socket::WaitWritable(std::uint32_t milliseconds) const {
 }
 
 int Socket::Send(const char* bytes, int count) {
+  if (Fails(Call::kSend)) return -1;
   const auto size = static_cast<std::size_t>(count);
   return static_cast<int>(send(static_cast<int>(m_handle.get()), bytes, size, MSG_NOSIGNAL));
 }
 
 int Socket::Receive(char* bytes, int capacity) {
+  if (Fails(Call::kReceive)) return -1;
   const auto size = static_cast<std::size_t>(capacity);
   return static_cast<int>(recv(static_cast<int>(m_handle.get()), bytes, size, 0));
 }

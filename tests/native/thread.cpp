@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 
+#include "support/os/fault_point.h"
 #include "tests/native/kernel_mutex_object.h"
 #include "tests/native/kernel_object.h"
 
@@ -69,7 +70,7 @@ bool HandleFreezing() {
 }
 
 void Await(Signal& signal, std::uint32_t milliseconds) {
-  WaitForAny(std::array{Waitable{HandleOf(&signal)}}, milliseconds);
+  native::WaitForFirst(std::array{Waitable{HandleOf(&signal)}}, milliseconds);
 }
 
 bool ThreadObject::Start(std::size_t stack_bytes) {
@@ -132,7 +133,7 @@ HeldMutexes& HeldByThisThread() {
 Thread Thread::Start(std::size_t stack_bytes, Entry entry, void* context) {
   auto object = std::make_unique<native::ThreadObject>(entry, context);
   Thread thread;
-  if (!object->Start(stack_bytes)) return thread;
+  if (Fails(Call::kThread) || !object->Start(stack_bytes)) return thread;
   thread.m_id = object->id();
   thread.m_handle.Reset(native::HandleOf(object.release()));
   return thread;
@@ -143,7 +144,7 @@ bool Thread::IsRunning() const {
 }
 
 bool Thread::WaitForEnd(std::uint32_t milliseconds) const {
-  return !valid() || WaitForAny(std::array{waitable()}, milliseconds).has_value();
+  return !valid() || native::WaitForFirst(std::array{waitable()}, milliseconds).has_value();
 }
 
 void Thread::Terminate() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "support/os/fault_point.h"
 #include "tests/native/kernel_object.h"
 
 namespace Tarnlo::os {
@@ -22,8 +23,8 @@ std::optional<std::size_t> FirstSet(std::span<const Waitable> objects) {
 
 }  // namespace
 
-std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
-                                      std::uint32_t milliseconds) {
+std::optional<std::size_t> native::WaitForFirst(std::span<const Waitable> objects,
+                                                std::uint32_t milliseconds) {
   if (objects.empty() || objects.size() > kMaxObjects) return std::nullopt;
   for (const Waitable& object : objects) {
     if (object.native == nullptr) return std::nullopt;
@@ -34,6 +35,12 @@ std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
   waiter.Sleep(milliseconds);
   for (const Waitable& object : objects) SignalOf(object).Remove(waiter);
   return FirstSet(objects);
+}
+
+std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
+                                      std::uint32_t milliseconds) {
+  if (Fails(Call::kWait)) return std::nullopt;
+  return native::WaitForFirst(objects, milliseconds);
 }
 
 }  // namespace Tarnlo::os

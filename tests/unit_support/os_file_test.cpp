@@ -68,15 +68,24 @@ TEST_F(OsFileTest, EndIsWhereThePositionIs) {
   EXPECT_EQ(test::ReadFileBytes(m_path), std::string("0123\0\0", 6));
 }
 
-TEST_F(OsFileTest, AppendedBytesGoToTheEndWhereverAnotherHandleWrote) {
-  File first = File::Open(m_path, FileAccess::kAppend, FileShare::kReadWriteDelete,
-                          FileCreation::kOpenAlways);
-  File second = File::Open(m_path, FileAccess::kAppend, FileShare::kReadWriteDelete,
-                           FileCreation::kOpenAlways);
-  EXPECT_EQ(first.Write("one ", 4), 4U);
-  EXPECT_EQ(second.Write("two ", 4), 4U);
-  EXPECT_EQ(first.Write("three", 5), 5U);
-  EXPECT_EQ(test::ReadFileBytes(m_path), "one two three");
+TEST_F(OsFileTest, AppendedBytesGoToTheEndOfAFileThatOthersHaveOpen) {
+  EXPECT_TRUE(AppendToFile(m_path, ""));
+  EXPECT_EQ(test::ReadFileBytes(m_path), "");
+  File other = File::Open(m_path, FileAccess::kReadWrite, FileShare::kReadWriteDelete,
+                          FileCreation::kOpenExisting);
+  EXPECT_TRUE(AppendToFile(m_path, "one "));
+  EXPECT_EQ(other.Write("ONE two ", 8), 8U);
+  EXPECT_TRUE(AppendToFile(m_path, "three"));
+  EXPECT_EQ(test::ReadFileBytes(m_path), "ONE two three");
+}
+
+TEST_F(OsFileTest, FileThatNobodyMayWriteIsNotAppendedTo) {
+  test::WriteFileBytes(m_path, "mine");
+  const File other =
+      File::Open(m_path, FileAccess::kRead, FileShare::kRead, FileCreation::kOpenExisting);
+  ASSERT_TRUE(other.valid());
+  EXPECT_FALSE(AppendToFile(m_path, "theirs"));
+  EXPECT_EQ(test::ReadFileBytes(m_path), "mine");
 }
 
 TEST_F(OsFileTest, NegativePositionIsRefused) {

@@ -245,7 +245,7 @@ TEST_F(LogBackupTest, NameThatOnlySeemsFreeIsPassedOver) {
 TEST_F(LogBackupTest, HandleThatSharesDeletionDoesNotStopTheMove) {
   Write("line");
   const os::File holder =
-      os::File::Open(m_path, os::FileAccess::kAppend, os::FileShare::kReadWriteDelete,
+      os::File::Open(m_path, os::FileAccess::kWrite, os::FileShare::kReadWriteDelete,
                      os::FileCreation::kOpenExisting);
   ASSERT_TRUE(holder.valid());
   EXPECT_TRUE(m_log.BackUpWhenDue(At(23)));

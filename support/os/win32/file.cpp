@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "support/os/fault_point.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
@@ -53,8 +54,6 @@ DWORD NativeAccess(FileAccess access) {
       return GENERIC_WRITE;
     case FileAccess::kReadWrite:
       return GENERIC_READ | GENERIC_WRITE;
-    case FileAccess::kAppend:
-      return FILE_APPEND_DATA | SYNCHRONIZE;
   }
   return 0;
 }
@@ -92,6 +91,7 @@ DWORD NativeCreation(FileCreation creation) {
 File File::Open(const std::wstring& path, FileAccess access, FileShare share,
                 FileCreation creation) {
   File file;
+  if (Fails(Call::kOpenFile)) return file;
   const NativePath native(path);
   file.m_handle.Reset(CreateFileW(native.c_str(), NativeAccess(access), NativeShare(share), nullptr,
                                   NativeCreation(creation), FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -99,12 +99,14 @@ File File::Open(const std::wstring& path, FileAccess access, FileShare share,
 }
 
 std::optional<std::int64_t> File::Size() const {
+  if (Fails(Call::kFileSize)) return std::nullopt;
   LARGE_INTEGER size{};
   if (GetFileSizeEx(m_handle.get(), &size) == 0) return std::nullopt;
   return size.QuadPart;
 }
 
 bool File::Seek(std::int64_t position) {
+  if (Fails(Call::kSeek)) return false;
   LARGE_INTEGER wanted{};
   wanted.QuadPart = position;
   LARGE_INTEGER reached{};
@@ -113,26 +115,42 @@ bool File::Seek(std::int64_t position) {
 }
 
 std::optional<std::uint32_t> File::Read(void* bytes, std::uint32_t count) {
+  if (Fails(Call::kRead)) return std::nullopt;
   DWORD done = 0;
   if (ReadFile(m_handle.get(), bytes, count, &done, nullptr) == 0) return std::nullopt;
   return done;
 }
 
 std::optional<std::uint32_t> File::Write(const void* bytes, std::uint32_t count) {
+  if (Fails(Call::kWrite)) return std::nullopt;
   DWORD done = 0;
   if (WriteFile(m_handle.get(), bytes, count, &done, nullptr) == 0) return std::nullopt;
   return done;
 }
 
 bool File::SetEnd() {
+  if (Fails(Call::kSetEnd)) return false;
   return SetEndOfFile(m_handle.get()) != 0;
 }
 
 bool File::Flush() {
+  if (Fails(Call::kFlush)) return false;
   return FlushFileBuffers(m_handle.get()) != 0;
 }
 
+bool AppendToFile(const std::wstring& path, std::string_view bytes) {
+  const KernelHandle file(CreateFileW(NativePath(path).c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+                                      NativeShare(FileShare::kReadWriteDelete), nullptr,
+                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  DWORD done = 0;
+  return file.valid() &&
+         (bytes.empty() || WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()),
+                                     &done, nullptr) != 0) &&
+         done == bytes.size();
+}
+
 bool RemoveFile(const std::wstring& path) {
+  if (Fails(Call::kRemoveFile)) return false;
   return DeleteFileW(NativePath(path).c_str()) != 0;
 }
 
@@ -143,14 +161,17 @@ bool IsDirectory(const std::wstring& path) {
 }
 
 bool SetHidden(const std::wstring& path) {
+  if (Fails(Call::kMarkFile)) return false;
   return SetFileAttributesW(NativePath(path).c_str(), FILE_ATTRIBUTE_HIDDEN) != 0;
 }
 
 bool SetNormal(const std::wstring& path) {
+  if (Fails(Call::kMarkFile)) return false;
   return SetFileAttributesW(NativePath(path).c_str(), FILE_ATTRIBUTE_NORMAL) != 0;
 }
 
 RenameResult ReplaceByRename(const std::wstring& from, const std::wstring& to) {
+  if (Fails(Call::kRename)) return RenameResult::kBusy;
   const NativePath native_from(from);
   const NativePath native_to(to);
   if (MoveFileExW(native_from.c_str(), native_to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0) {

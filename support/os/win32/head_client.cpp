@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 
+#include "support/os/fault_point.h"
 #include "support/os/win32/windows_api.h"
 // After windows.h, whose types it uses.
 #include <winhttp.h>
@@ -85,6 +86,7 @@ CrackedUrl CrackUrl(const std::wstring& url) {
 
 HeadAnswer SendHead(const HeadRequest& request) {
   HeadAnswer answer;
+  if (Fails(Call::kHead)) return answer;
   const HeadHandle session = Counted(WinHttpOpen(
       nullptr, WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
   if (!session.valid()) return answer;

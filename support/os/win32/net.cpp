@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "support/os/fault_point.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
@@ -30,6 +31,7 @@ Readiness FromSelect(int answer) {
 }  // namespace
 
 bool StartNetwork() {
+  if (Fails(Call::kStartNetwork)) return false;
   WSADATA data{};
   if (WSAStartup(kVersion, &data) != 0) return false;
   if (data.wVersion == kVersion) return true;
@@ -42,6 +44,7 @@ void StopNetwork() {
 }
 
 std::vector<Ipv4Address> ResolveName(const char* name) {
+  if (Fails(Call::kResolve)) return {};
   std::vector<Ipv4Address> addresses;
   // The answer is a buffer of this thread.
   const hostent* const answer = gethostbyname(name);  // NOLINT(concurrency-mt-unsafe)
@@ -67,16 +70,19 @@ std::string DottedText(Ipv4Address address) {
 
 Socket Socket::OpenTcp() {
   Socket made;
+  if (Fails(Call::kSocket)) return made;
   made.m_handle.Reset(::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
   return made;
 }
 
 bool Socket::SetBlocking(bool blocking) {
+  if (Fails(Call::kSetBlocking)) return false;
   u_long non_blocking = blocking ? 0 : 1;
   return ioctlsocket(m_handle.get(), static_cast<long>(FIONBIO), &non_blocking) == 0;
 }
 
 Socket::ConnectState Socket::StartConnect(Ipv4Address address, std::uint16_t port) {
+  if (Fails(Call::kConnect)) return ConnectState::kFailed;
   sockaddr_in target{};
   target.sin_family = AF_INET;
   target.sin_port = htons(port);
@@ -88,24 +94,26 @@ Socket::ConnectState Socket::StartConnect(Ipv4Address address, std::uint16_t por
 }
 
 Readiness Socket::WaitReadable(std::uint32_t milliseconds) const {
-  if (!valid()) return Readiness::kError;
+  if (!valid() || Fails(Call::kWaitReadable)) return Readiness::kError;
   fd_set set = Only(m_handle.get());
   timeval limit = Limit(milliseconds);
   return FromSelect(select(0, &set, nullptr, nullptr, &limit));
 }
 
 Readiness Socket::WaitWritable(std::uint32_t milliseconds) const {
-  if (!valid()) return Readiness::kError;
+  if (!valid() || Fails(Call::kWaitWritable)) return Readiness::kError;
   fd_set set = Only(m_handle.get());
   timeval limit = Limit(milliseconds);
   return FromSelect(select(0, nullptr, &set, nullptr, &limit));
 }
 
 int Socket::Send(const char* bytes, int count) {
+  if (Fails(Call::kSend)) return -1;
   return send(m_handle.get(), bytes, count, 0);
 }
 
 int Socket::Receive(char* bytes, int capacity) {
+  if (Fails(Call::kReceive)) return -1;
   return recv(m_handle.get(), bytes, capacity, 0);
 }
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 
+#include "support/os/fault_point.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
@@ -28,6 +29,7 @@ Thread Thread::Start(std::size_t stack_bytes, Entry entry, void* context) {
   auto start = std::make_unique<StartContext>(StartContext{entry, context});
   DWORD id = 0;
   Thread thread;
+  if (Fails(Call::kThread)) return thread;
   thread.m_handle.Reset(CreateThread(nullptr, stack_bytes, RunEntry, start.get(),
                                      STACK_SIZE_PARAM_IS_A_RESERVATION, &id));
   if (!thread.valid()) return thread;

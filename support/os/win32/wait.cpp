@@ -2,12 +2,14 @@
 
 #include <array>
 
+#include "support/os/fault_point.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
 
 std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
                                       std::uint32_t milliseconds) {
+  if (Fails(Call::kWait)) return std::nullopt;
   std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles{};
   if (objects.empty() || objects.size() > handles.size()) return std::nullopt;
   for (std::size_t i = 0; i < objects.size(); ++i) handles[i] = objects[i].native;

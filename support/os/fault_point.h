@@ -1,0 +1,52 @@
+// Where tests make a call to the system fail. Only the files of the seam include this.
+#pragma once
+
+#include <cstdint>
+
+namespace Tarnlo::os {
+
+// The calls that can be refused, in the words of the seam.
+enum class Call {
+  kBuffer,
+  kEvent,
+  kThread,
+  kWait,
+  kOpenFile,
+  kFileSize,
+  kSeek,
+  kRead,
+  kWrite,
+  kSetEnd,
+  kFlush,
+  kRemoveFile,
+  kMarkFile,
+  kRename,
+  kStartNetwork,
+  kResolve,
+  kSocket,
+  kSetBlocking,
+  kConnect,
+  kWaitReadable,
+  kWaitWritable,
+  kSend,
+  kReceive,
+  kHead,
+};
+inline constexpr int kCalls = static_cast<int>(Call::kHead) + 1;
+
+#ifdef TARNLO_FAULTS
+// True when this call is to fail.
+bool Fails(Call call);
+// How long to wait instead.
+std::uint32_t ScaledWait(std::uint32_t milliseconds);
+#else
+// In the product no call is made to fail, and nothing of this is left.
+constexpr bool Fails(Call /*call*/) {
+  return false;
+}
+constexpr std::uint32_t ScaledWait(std::uint32_t milliseconds) {
+  return milliseconds;
+}
+#endif
+
+}  // namespace Tarnlo::os

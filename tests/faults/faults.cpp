@@ -1,0 +1,126 @@
+#include "tests/faults/faults.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "support/os/wait.h"
+
+namespace Tarnlo {
+namespace {
+
+constexpr std::array<const char*, os::kCalls> kNames = {
+    "buffer",    "event",         "thread",        "wait",    "open file", "file size",
+    "seek",      "read",          "write",         "set end", "flush",     "remove",
+    "mark file", "rename",        "start network", "resolve", "socket",    "blocking",
+    "connect",   "wait readable", "wait writable", "send",    "receive",   "head"};
+
+// Which of the calls counted here fail: from `first` on, `end` no more.
+struct Rule {
+  std::atomic<int> calls{0};
+  std::atomic<int> first{0};
+  std::atomic<int> end{0};
+
+  void Set(int from, int times) {
+    first = 0;
+    end = 0;
+    const int before = calls;
+    end = before + from + times;
+    first = before + from;
+  }
+  void Clear() { calls = first = end = 0; }
+  bool Matches() {
+    const int number = calls.fetch_add(1) + 1;
+    return number >= first && number < end;
+  }
+};
+
+std::atomic<bool> g_counting{false};
+std::array<Rule, os::kCalls> g_rules;
+Rule g_any;
+std::atomic<int> g_failed{0};
+std::atomic<int> g_last_failed{-1};
+std::atomic<std::uint32_t> g_divisor{1};
+thread_local int t_without = 0;
+
+}  // namespace
+
+bool os::Fails(Call call) {
+  if (!g_counting.load(std::memory_order_relaxed) || t_without > 0) return false;
+  const bool any = g_any.Matches();
+  const bool own = g_rules[static_cast<std::size_t>(call)].Matches();
+  if (!any && !own) return false;
+  g_last_failed = static_cast<int>(call);
+  ++g_failed;
+  return true;
+}
+
+std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
+  const std::uint32_t divisor = g_divisor.load(std::memory_order_relaxed);
+  return milliseconds == kForever ? kForever : (milliseconds + divisor - 1) / divisor;
+}
+
+namespace test {
+
+Faults::Faults() {
+  for (Rule& rule : g_rules) rule.Clear();
+  g_any.Clear();
+  g_failed = 0;
+  g_last_failed = -1;
+  g_counting = true;
+}
+
+Faults::~Faults() {
+  g_counting = false;
+  g_divisor = 1;
+}
+
+void Faults::Fail(os::Call call, int first, int times) {
+  g_rules[static_cast<std::size_t>(call)].Set(first, times);
+}
+
+void Faults::FailAny(int nth) {
+  g_any.Set(nth, 1);
+}
+
+void Faults::DivideWaits(std::uint32_t divisor) {
+  g_divisor = divisor;
+}
+
+int Faults::Calls() const {
+  return g_any.calls;
+}
+
+int Faults::Calls(os::Call call) const {
+  return g_rules[static_cast<std::size_t>(call)].calls;
+}
+
+bool Faults::AwaitCalls(os::Call call, int count) const {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (Calls(call) < count) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+int Faults::Failed() const {
+  return g_failed;
+}
+
+const char* Faults::LastFailed() const {
+  const int last = g_last_failed;
+  return last < 0 ? nullptr : kNames[static_cast<std::size_t>(last)];
+}
+
+WithoutFaults::WithoutFaults() {
+  ++t_without;
+}
+
+WithoutFaults::~WithoutFaults() {
+  --t_without;
+}
+
+}  // namespace test
+}  // namespace Tarnlo
