@@ -17,6 +17,16 @@ std::int32_t AddTask(DownloaderManager& manager, const Task& task) {
                          NarrowToWide(task.version).c_str(), NarrowToWide(task.md5).c_str(), 0);
 }
 
+// False before the first task too.
+bool Tell(std::int32_t (DownloaderManager::*operation)(std::int32_t), std::int32_t id) {
+  try {
+    DownloaderManager* manager = StartedLibrary();
+    return manager != nullptr && (manager->*operation)(id) != 0;
+  } catch (...) {  // out of memory: no exception crosses the boundary
+    return false;
+  }
+}
+
 }  // namespace
 
 void set_callback_start(StartCallback callback) {
@@ -39,36 +49,21 @@ std::int32_t create_task(const Task* task) {
   try {
     DownloaderManager* manager = StartLibrary();
     return manager == nullptr ? -1 : AddTask(*manager, *task);
-  } catch (...) {  // out of memory: no exception crosses the boundary
+  } catch (...) {  // out of memory
     return -1;
   }
 }
 
 bool cancel_task(std::int32_t id) {
-  try {
-    DownloaderManager* manager = StartedLibrary();
-    return manager != nullptr && manager->CancelTask(id) != 0;
-  } catch (...) {  // out of memory
-    return false;
-  }
+  return Tell(&DownloaderManager::CancelTask, id);
 }
 
 bool pause_task(std::int32_t id) {
-  try {
-    DownloaderManager* manager = StartedLibrary();
-    return manager != nullptr && manager->PauseTask(id) != 0;
-  } catch (...) {  // out of memory
-    return false;
-  }
+  return Tell(&DownloaderManager::PauseTask, id);
 }
 
 bool continue_task(std::int32_t id) {
-  try {
-    DownloaderManager* manager = StartedLibrary();
-    return manager != nullptr && manager->ContinueTask(id) != 0;
-  } catch (...) {  // out of memory
-    return false;
-  }
+  return Tell(&DownloaderManager::ContinueTask, id);
 }
 
 // Deliberately without effect: tasks end one by one, or with the process.

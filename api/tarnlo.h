@@ -23,7 +23,7 @@ namespace Tarnlo {
 struct Task {
   std::wstring save_dir;      // the folder for the file; must exist
   std::string url;            // fetched by plain HTTP, whatever its scheme
-  std::string md5;            // hex, several separated by ","; 3 characters or fewer: no check
+  std::string md5;            // hex; several, separated by ",", when any of them will do; or empty
   std::string version;        // "major.minor.build" that a file already there must reach; or empty
   std::int32_t reserved = 0;  // not read
   std::int32_t id = 0;        // above 0, chosen by the caller; the task's name everywhere else

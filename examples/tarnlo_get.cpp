@@ -7,14 +7,17 @@
 
 // After windows.h.
 #include <shellapi.h>
+#include <wincrypt.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -48,7 +51,7 @@ struct Sample {
 };
 
 struct Download {
-  std::string url;
+  std::wstring url;
   std::wstring name;
   Clock::time_point created;
   std::optional<Sample> first;  // progress
@@ -262,6 +265,45 @@ class ProgressView {
   std::size_t m_lines = 0;  // that the block has on the terminal
 };
 
+// ---- MD5 ----
+
+// The system's.
+class Md5 {
+ public:
+  Md5() {
+    CryptAcquireContextW(&m_provider, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT);
+    CryptCreateHash(m_provider, CALG_MD5, 0, 0, &m_hash);
+  }
+  Md5(const Md5&) = delete;
+  Md5& operator=(const Md5&) = delete;
+  ~Md5() {
+    CryptDestroyHash(m_hash);
+    CryptReleaseContext(m_provider, 0);
+  }
+  // Empty when the file cannot be read. Once.
+  std::wstring HexDigestOf(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> block(1 << 20);
+    while (file.read(block.data(), static_cast<std::streamsize>(block.size())), file.gcount() > 0) {
+      const auto* bytes = reinterpret_cast<const BYTE*>(block.data());
+      if (CryptHashData(m_hash, bytes, static_cast<DWORD>(file.gcount()), 0) == 0) return {};
+    }
+    if (!file.eof()) return {};
+    std::array<BYTE, 16> digest{};
+    auto size = static_cast<DWORD>(digest.size());
+    if (CryptGetHashParam(m_hash, HP_HASHVAL, digest.data(), &size, 0) == 0) return {};
+    std::wstring text;
+    for (const BYTE byte : digest) {
+      for (const int digit : {byte >> 4, byte & 15}) text += L"0123456789ABCDEF"[digit];
+    }
+    return text;
+  }
+
+ private:
+  HCRYPTPROV m_provider = 0;
+  HCRYPTHASH m_hash = 0;
+};
+
 // ---- Arguments ----
 
 struct Arguments {
@@ -349,13 +391,28 @@ void CreateTasks(const Arguments& arguments, const std::filesystem::path& folder
     {
       const std::lock_guard lock(g_mutex);
       Download& download = g_downloads.emplace_back();
-      download.url = task.url;
+      download.url = url;
       download.name = NameOf(url);
       download.created = Clock::now();
       task.id = static_cast<std::int32_t>(g_downloads.size());
     }
     if (Tarnlo::create_task(&task) != task.id) OnEnd(task.id, -1);
   }
+}
+
+// Which of the expected values it was: the library says only that it was one of them. Nothing for a
+// file that was there already and was not checked.
+std::wstring Verified(const std::filesystem::path& path, const std::wstring& list) {
+  const std::wstring digest = Md5().HexDigestOf(path);
+  for (std::size_t begin = 0; begin <= list.size();) {
+    const std::size_t end = std::min(list.find(L',', begin), list.size());
+    const std::wstring entry = list.substr(begin, end - begin);
+    if (!digest.empty() && _wcsicmp(entry.c_str(), digest.c_str()) == 0) {
+      return L"verified MD5 " + digest + L"\n";
+    }
+    begin = end + 1;
+  }
+  return {};
 }
 
 std::wstring Success(const Download& download, const std::filesystem::path& folder,
@@ -365,7 +422,7 @@ std::wstring Success(const Download& download, const std::filesystem::path& fold
   const bool there = std::filesystem::is_regular_file(path, error);
   // A server that redirects may have given it another name.
   std::wstring text = L"saved " + (there ? path : folder).wstring() + L"\n";
-  if (md5.size() > 3) text += L"verified MD5 " + md5 + L"\n";
+  if (there && md5.size() > 3) text += Verified(path, md5);
   if (!download.first) return text + L"nothing to fetch: it was there\n";
   const double moving = Seconds(download.last->time - download.first->time).count();
   const auto bytes = static_cast<double>(download.last->downloaded - download.first->downloaded);
@@ -379,8 +436,8 @@ std::wstring Success(const Download& download, const std::filesystem::path& fold
 }
 
 std::wstring Failure(const Download& download) {
-  return L"failed " + std::wstring(download.url.begin(), download.url.end()) + L": " +
-         std::to_wstring(download.result) + L", " + Meaning(download.result) + L"\n";
+  return L"failed " + download.url + L": " + std::to_wstring(download.result) + L", " +
+         Meaning(download.result) + L"\n";
 }
 
 bool AllEnded(const std::deque<Download>& downloads) {

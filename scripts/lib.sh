@@ -40,6 +40,18 @@ trap run_exit_commands EXIT
 configure() { cmake --preset release; }
 build_targets() { cmake --build --preset release "$@"; }
 
+# alone NAME: fails while another script works under the same name in this tree. The one that ends
+# first would take the other's server away, and programs that lose it end with 1 and not a word. The
+# lock is a helper's, since what Wine leaves running would keep one of the script's own.
+alone() {
+  local lock
+  exec {lock}>"$root/build/$1.lock"
+  flock -n "$lock" || fail "another $1 is running in this tree"
+  tail --pid=$$ -f /dev/null >/dev/null 2>&1 &
+  at_exit kill $!
+  exec {lock}>&-
+}
+
 # start_wine NAME: a prefix of this script's own and one server until it ends.
 start_wine() {
   export WINEPREFIX="$root/build/wine-$1" WINEDEBUG=-all

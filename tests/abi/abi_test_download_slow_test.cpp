@@ -27,9 +27,7 @@ TEST(SlowTestDownload, RunsBesideTheLibraryForAHundredSeconds) {
   {
     const LoadedDll dll;
     ASSERT_TRUE(dll.valid());
-    dll.set_callback_start(&HostRecord::Start);
-    dll.set_callback_complete(&HostRecord::Complete);
-    dll.set_callback_fail(&HostRecord::Fail);
+    dll.SetCallbacks();
     const auto call = [&dll] { return dll.test_download(); };
     answer = std::async(std::launch::async, call);
     ASSERT_TRUE(HostRecord::Get().Await("start 755"));
@@ -41,6 +39,7 @@ TEST(SlowTestDownload, RunsBesideTheLibraryForAHundredSeconds) {
   EXPECT_TRUE(LoadedDll::IsThere());  // its threads run in it
   EXPECT_EQ(answer.get(), 0);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(100));
+  EXPECT_TRUE(LoadedDll::IsThere());  // for good
   EXPECT_FALSE(std::filesystem::exists(LogFile()));
   const HostRecord& record = HostRecord::Get();
   EXPECT_EQ(record.Count("complete 755") + record.Count("fail 755 "), 1);

@@ -12,17 +12,19 @@
 #include <vector>
 
 #include "api/tarnlo.h"
+#include "support/process_object.h"
 
 namespace Tarnlo::test {
 
 // The one record of this process: callbacks are plain functions. Notes read like "fail 7 5".
 //
 // Threads: any; hooks are set while no task runs.
+// Lifetime: never destroyed, since the library calls until the process is gone.
 class HostRecord {
  public:
   static HostRecord& Get() {
-    static HostRecord record;
-    return record;
+    static ProcessObject<HostRecord> record;
+    return *record;
   }
 
   std::function<void(std::int32_t id)> on_start;

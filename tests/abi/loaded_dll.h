@@ -4,8 +4,10 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <string>
 
 #include "api/tarnlo.h"
+#include "tests/abi/host_record.h"
 
 namespace Tarnlo::test {
 
@@ -37,6 +39,12 @@ class LoadedDll {
     return Find<std::int32_t (*)()>("_ZN6Tarnlo13test_downloadEv")();
   }
   std::int32_t fntarnlo() const { return Find<std::int32_t (*)()>("_ZN6Tarnlo8fntarnloEv")(); }
+  std::string get_all_tasks() const {
+    return Find<std::string (*)()>("_ZN6Tarnlo13get_all_tasksB5cxx11Ev")();
+  }
+  std::int32_t ntarnlo() const { return *Find<const std::int32_t*>("_ZN6Tarnlo7ntarnloE"); }
+  // The constructor, on memory of the caller's.
+  void MakeCtarnlo(void* where) const { Find<void (*)(void*)>("_ZN6Tarnlo7CtarnloC1Ev")(where); }
   void set_callback_start(StartCallback callback) const {
     Find<void (*)(StartCallback)>("_ZN6Tarnlo18set_callback_startEPFviE")(callback);
   }
@@ -48,6 +56,13 @@ class LoadedDll {
   }
   void set_callback_fail(FailCallback callback) const {
     Find<void (*)(FailCallback)>("_ZN6Tarnlo17set_callback_failEPFviNS_12NsResultEnumEE")(callback);
+  }
+  // All four to the record of this process.
+  void SetCallbacks() const {
+    set_callback_start(&HostRecord::Start);
+    set_callback_process(&HostRecord::Progress);
+    set_callback_complete(&HostRecord::Complete);
+    set_callback_fail(&HostRecord::Fail);
   }
 
  private:

@@ -10,11 +10,20 @@
 
 #include "engine/md5.h"
 #include "support/os/thread.h"
+#include "support/report_store.h"
 #include "support/text.h"
 #include "tests/manager/manager_fixture.h"
+#include "transfer/current_job.h"
 
 namespace Tarnlo {
 namespace {
+
+std::wstring Md5Of(const std::string& bytes) {
+  MD5 md5;
+  md5.Update(bytes.data(), bytes.size());
+  md5.Finalize();
+  return md5.HexDigest();
+}
 
 class DownloaderManagerTest : public test::ManagerTest {
  protected:
@@ -76,24 +85,62 @@ TEST_F(DownloaderManagerTest, EndWithTasksStopsAndRemovesThem) {
 }
 
 TEST_F(DownloaderManagerTest, Md5MatchesInLowerCase) {
-  const std::string bytes = kBody.Bytes(0, static_cast<std::size_t>(kSize));
-  MD5 md5;
-  md5.Update(bytes.data(), bytes.size());
-  md5.Finalize();
-  const std::wstring digest = ToLower(md5.HexDigest());
+  const std::wstring digest = ToLower(Md5Of(kBody.Bytes(0, static_cast<std::size_t>(kSize))));
   m_manager->AddTask(m_server.Url("/f").c_str(), m_folder.path().c_str(), L"", 7, L"",
                      digest.c_str(), 0);
   EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
   EXPECT_TRUE(test::FileExists(m_folder.File(L"f")));
 }
 
-// A stop in the first attempt has nothing to tell anyway.
+// A stop in the first attempt has nothing to tell anyway. The second one stands still until it is
+// stopped.
 TEST_F(DownloaderManagerTest, PauseInTheSecondAttemptIsSilent) {
-  m_manager->AddTask(m_server.Url("/slow").c_str(), m_folder.path().c_str(), L"", 7, L"",
-                     L"00112233445566778899aabbccddeeff", 0);
-  ASSERT_TRUE(m_callback.Await("OnTaskValue 7", 2));
+  m_server.Serve("/late", kBody).Times(1).WithStatus("404 Not Found");
+  m_server.Serve("/late", kBody).StallingAfter(1000, m_gate);
+  ASSERT_EQ(Add(7, "/late"), 7);
+  ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  EXPECT_EQ(CReportStore::Shared().Properties()[L"retrytips"], L"1");
   EXPECT_EQ(m_manager->PauseTask(7), 1);
   EXPECT_EQ(m_callback.Count("OnTaskFail"), 0);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
+}
+
+// Nothing of the second job is there before the first is gone.
+TEST_F(DownloaderManagerTest, SameIdIsAddedWhenTheFirstTaskHasEnded) {
+  test::Gate in_callback;
+  m_callback.on_start = [&](std::int32_t) { test::WaitAt(in_callback); };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(in_callback.AwaitArrivals());
+  std::jthread adder([this] { EXPECT_EQ(Add(7, "/f"), 7); });
+  TaskProgressInfo info;
+  while (m_manager->GetTaskProgress(7, &info) == 1) {
+  }
+  EXPECT_EQ(m_manager->GetTaskCount(), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
+  in_callback.Open();
+  adder.join();
+  EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  EXPECT_EQ(m_manager->GetTaskCount(), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 2);
+  EXPECT_EQ(m_callback.Count("OnTaskComplete 7"), 1);
+}
+
+// A file that is there and right is left as it is; with the flag it is fetched again.
+TEST_F(DownloaderManagerTest, FlagFetchesAFileThatIsThereAgain) {
+  const std::string other = "another file";
+  const std::wstring either =
+      Md5Of(other) + L"," + Md5Of(kBody.Bytes(0, static_cast<std::size_t>(kSize)));
+  const auto add = [&](std::int32_t id, std::int32_t flag) {
+    return m_manager->AddTask(m_server.Url("/f").c_str(), m_folder.path().c_str(), L"", id, L"",
+                              either.c_str(), flag);
+  };
+  test::WriteFileBytes(m_folder.File(L"f"), other);
+  ASSERT_EQ(add(1, 0), 1);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 1"));
+  EXPECT_EQ(test::ReadFileBytes(m_folder.File(L"f")), other);
+  ASSERT_EQ(add(2, 1), 2);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 2"));
+  EXPECT_EQ(test::FileDifference(m_folder.File(L"f"), kBody), "");
 }
 
 // --- Calls from inside a callback of the same task
@@ -122,14 +169,30 @@ TEST_F(DownloaderManagerTest, ContinueInsideTheTasksOwnCallbackStartsNothing) {
   EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
 }
 
+// What was written of a range is told on the thread of the worker that wrote it: a thread of the
+// task's that is not its job's.
 TEST_F(DownloaderManagerTest, CallsOnAWorkersThreadAreRecognisedToo) {
-  std::atomic<std::int32_t> answer{-99};
-  m_callback.on_stage = [&](std::int32_t id) {
-    if (answer == -99) answer = m_manager->CancelTask(id);
+  constexpr std::int32_t kRangeProgress = 1;
+  std::atomic<std::uint32_t> job_thread{0};
+  std::atomic<std::uint32_t> worker_thread{0};
+  std::vector<std::int32_t> answers;
+  m_callback.on_start = [&](std::int32_t) { job_thread = os::CurrentThreadId(); };
+  m_callback.on_stage = [&](std::int32_t id, std::int32_t code, std::int32_t stage) {
+    std::uint32_t nobody = 0;
+    if (stage != kRangeProgress || code < 0) return;
+    if (!worker_thread.compare_exchange_strong(nobody, os::CurrentThreadId())) return;
+    EXPECT_NE(CurrentJob(), nullptr);
+    answers = {m_manager->PauseTask(id), m_manager->CancelTask(id), Add(id, "/f"),
+               m_manager->CancelAllTasks(), m_manager->ContinueTask(id)};
   };
   ASSERT_EQ(Add(7, "/f"), 7);
   ASSERT_TRUE(m_callback.Await("OnTaskComplete 7"));
-  EXPECT_EQ(answer, 0);
+  EXPECT_NE(worker_thread, 0U);
+  EXPECT_NE(worker_thread, job_thread);
+  EXPECT_NE(worker_thread, os::CurrentThreadId());
+  EXPECT_EQ(answers, (std::vector<std::int32_t>{0, 0, -1, 0, 1}));
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
+  EXPECT_EQ(m_manager->GetTaskCount(), 1);
 }
 
 TEST_F(DownloaderManagerTest, OtherTasksAreControlledFromInsideACallback) {

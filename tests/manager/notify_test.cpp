@@ -110,6 +110,15 @@ TEST_F(NotifyTest, WindowTakesTheCallbacksPlace) {
   EXPECT_EQ(m_callback.Reports(), Reports{});
 }
 
+TEST_F(NotifyTest, NoWindowAndAMessageDeliverNothing) {
+  m_manager.SetCallBack(&m_callback);
+  m_manager.SetNotifyWindow(nullptr, 0x400);
+  const long long before = LiveAllocations();
+  SendAllTypes(m_manager);
+  EXPECT_EQ(LiveAllocations(), before);
+  EXPECT_EQ(m_callback.Reports(), Reports{});
+}
+
 TEST_F(NotifyTest, CallbackThatThrowsLeavesNothingBehind) {
   class ThrowingCallBack final : public IDownloaderManagerCallBack {
    public:

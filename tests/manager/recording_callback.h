@@ -18,12 +18,13 @@ namespace Tarnlo::test {
 class RecordingCallBack final : public IDownloaderManagerCallBack {
  public:
   using Hook = std::function<void(std::int32_t id)>;
+  using StageHook = std::function<void(std::int32_t id, std::int32_t code, std::int32_t stage)>;
   Hook on_start;
   Hook on_progress;
   Hook on_complete;
   Hook on_fail;
   Hook on_value;
-  Hook on_stage;
+  StageHook on_stage;
 
   void OnTaskMessage(std::int32_t id, const std::wstring& text) override {
     Record("OnTaskMessage", id, std::string(text.begin(), text.end()));
@@ -48,7 +49,7 @@ class RecordingCallBack final : public IDownloaderManagerCallBack {
   void OnTaskStage(std::int32_t id, std::int32_t code, std::int32_t stage,
                    std::int64_t value) override {
     Record("OnTaskStage", id, code, stage, value);
-    Run(on_stage, id);
+    if (on_stage) on_stage(id, code, stage);
   }
   void OnTaskStart(std::int32_t id) override {
     Record("OnTaskStart", id);

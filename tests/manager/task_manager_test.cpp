@@ -84,13 +84,18 @@ TEST_F(TaskManagerTest, UnknownIdsArePausedAndRemovedAndNotContinued) {
 
 TEST_F(TaskManagerTest, TaskThatRunsIsContinuedWithoutANewStart) {
   Add(7);
+  ASSERT_TRUE(m_gate.AwaitArrivals());
   EXPECT_EQ(m_tasks.ContinueTask(7), 1);
-  EXPECT_EQ(m_tasks.RemoveTask(7), 1);
-  EXPECT_LE(m_observer.EventsOf(kEventStarted).size(), 1u);
+  m_gate.Open();
+  AwaitFinish();
+  EXPECT_EQ(m_observer.NumbersOf(kEventFinished), std::vector<std::int64_t>{kResultSuccess});
+  EXPECT_EQ(m_observer.EventsOf(kEventStarted).size(), 1u);
 }
 
 TEST_F(TaskManagerTest, PausedTaskIsContinuedWithItsTexts) {
-  ASSERT_EQ(Add(7), 7);
+  ASSERT_EQ(m_tasks.AddTask(m_server.Url("/slow").c_str(), m_folder.path().c_str(), L"own.bin", 7,
+                            L"", L"", 0),
+            7);
   ASSERT_TRUE(m_gate.AwaitArrivals());
   EXPECT_EQ(m_tasks.PauseTask(7), 1);
   EXPECT_EQ(m_tasks.PauseTask(7), 1);
@@ -99,7 +104,7 @@ TEST_F(TaskManagerTest, PausedTaskIsContinuedWithItsTexts) {
   EXPECT_EQ(m_tasks.ContinueTask(7), 1);
   AwaitFinish();
   EXPECT_EQ(m_observer.NumbersOf(kEventFinished), std::vector<std::int64_t>{kResultSuccess});
-  EXPECT_EQ(test::FileDifference(m_folder.File(L"slow"), Body(100'000)), "");
+  EXPECT_EQ(test::FileDifference(m_folder.File(L"own.bin"), Body(100'000)), "");
 }
 
 // A removal makes the next row's job current, of the last row the one before.

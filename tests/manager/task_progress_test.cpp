@@ -70,6 +70,29 @@ TEST_F(TaskProgressTest, LongTextsAreCut) {
   EXPECT_EQ(std::wstring(m_info.file_name), L"short.bin");
 }
 
+// What a second of the run gives, when it is the same before and after the question.
+TEST_F(TaskProgressTest, SpeedIsZeroInTheFirstSecondThenBytesPerWholeSecond) {
+  bool first_seen = false;
+  for (int run = 0; !first_seen; ++run) {
+    const std::wstring folder = m_folder.MakeFolder(std::to_wstring(run));
+    m_manager->AddTask(m_server.Url("/f").c_str(), folder.c_str(), L"", 7, L"", L"", 0);
+    ASSERT_TRUE(m_callback.Await("OnTaskComplete 7", run + 1));
+    for (std::uint32_t second = 0; second < 3;) {
+      DownloadInfo before{};
+      DownloadInfo after{};
+      m_manager->GetDownloadInfo(&before);
+      ASSERT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
+      m_manager->GetDownloadInfo(&after);
+      second = before.elapsed_ms / 1000;
+      if (second != after.elapsed_ms / 1000) continue;
+      ASSERT_GT(before.run_bytes, 0);
+      const std::int64_t speed = second == 0 ? 0 : before.run_bytes / second;
+      ASSERT_EQ(m_info.speed, static_cast<std::uint32_t>(speed)) << second;
+      first_seen = first_seen || second == 0;
+    }
+  }
+}
+
 // The callback holds the job's thread, and with it the cancel that waits for the thread.
 TEST_F(TaskProgressTest, AnswersNothingAtOnceWhileAnOperationIsUnderWay) {
   test::Gate in_callback;
@@ -113,6 +136,7 @@ TEST_F(TaskProgressTest, ReadersDoNotMakeEachOtherFail) {
 
 TEST_F(TaskProgressTest, ReadingIsSafeWhileTasksComeAndGo) {
   std::atomic<bool> going{true};
+  const std::wstring url = m_server.Url("/trickle");
   std::vector<std::jthread> readers;
   for (int i = 0; i < 3; ++i) {
     readers.emplace_back([&] {
@@ -123,6 +147,8 @@ TEST_F(TaskProgressTest, ReadingIsSafeWhileTasksComeAndGo) {
           EXPECT_EQ(info.id, id);
           EXPECT_EQ(info.total, kSize);
           EXPECT_LE(info.downloaded, kSize);
+          EXPECT_EQ(std::wstring(info.url), url);
+          EXPECT_EQ(std::wstring(info.folder), m_folder.path());
         }
       }
     });

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +16,8 @@
 #include "support/task_event.h"
 #include "tests/manager/live_allocations.h"
 #include "tests/manager/recording_callback.h"
+#include "tests/support/fault_server.h"
+#include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
 namespace {
@@ -33,6 +38,11 @@ class HostWindow {
   ~HostWindow() { Close(); }
 
   [[nodiscard]] HWND handle() const { return m_window; }
+  // Until one of that type has been received. The watchdog ends a wait in vain.
+  void AwaitType(std::int32_t type) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return m_types.contains(type); });
+  }
   // What was received, once everything posted before has been.
   std::vector<std::string> Close() {
     if (m_thread.joinable()) {
@@ -84,14 +94,19 @@ class HostWindow {
     } else {
       add(event->payload);
     }
+    const std::int32_t type = event->type;
     delete event;
     m_received.push_back(text);
+    const std::lock_guard guard(m_mutex);
+    m_types.insert(type);
+    m_changed.notify_all();
   }
 
   std::mutex m_mutex;
   std::condition_variable m_changed;
   bool m_made = false;
   HWND m_window = nullptr;
+  std::set<std::int32_t> m_types;       // received so far
   std::vector<std::string> m_received;  // by the thread, until it is joined
   std::thread m_thread;
 };
@@ -173,6 +188,30 @@ TEST_P(WindowDeliveryTest, SwitchWhileEventsAreSentLosesAndDoublesNone) {
   sender.join();
   const std::size_t by_window = m_window.Close().size();
   EXPECT_EQ(by_window + m_callback.Reports().size(), static_cast<std::size_t>(kEvents));
+}
+
+// A whole task: the window is told everything, in order, and nothing of a type that there is not.
+TEST_P(WindowDeliveryTest, TaskIsToldToTheWindowFromStartToEnd) {
+  ASSERT_NE(m_window.handle(), nullptr);
+  const test::TempFolder folder;
+  test::FaultServer server;
+  server.Serve("/f", test::Body(600'000));
+  m_manager.SetCallBack(&m_callback);
+  m_manager.SetNotifyWindow(m_window.handle(), kMessage);
+  ASSERT_EQ(m_manager.AddTask(server.Url("/f").c_str(), folder.path().c_str(), L"", 7, L"", L"", 0),
+            7);
+  m_window.AwaitType(kEventFinished);
+  const std::vector<std::string> received = m_window.Close();
+  EXPECT_EQ(received.front(), "0: -1 7 7 0");
+  EXPECT_EQ(received.back(), "0: -1 7 2 0");
+  for (const char* once : {"0: -1 7 0 f", "0: -1 7 1 600000", "0: -1 7 2 0", "0: -1 7 7 0"}) {
+    EXPECT_EQ(std::count(received.begin(), received.end(), once), 1) << once;
+  }
+  for (const std::string& event : received) {
+    EXPECT_TRUE(std::regex_match(event, std::regex("0: (-1 7 [01237] .*|[0-5] 7 [456] .*)")))
+        << event;
+  }
+  EXPECT_EQ(m_callback.Reports(), std::vector<std::string>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Windows, WindowDeliveryTest, testing::Bool(),

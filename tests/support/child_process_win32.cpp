@@ -6,8 +6,6 @@
 namespace Tarnlo::test {
 namespace {
 
-constexpr DWORD kChildLimitMs = 40'000;
-
 // One variable of the environment, put back at the end.
 class ChangedVariable {
  public:
@@ -35,7 +33,7 @@ std::wstring ThisProgram() {
   return path;
 }
 
-int Run(std::wstring command) {
+int Run(std::wstring command, std::chrono::milliseconds limit) {
   // The counts at the end of its output are not those of the program that is running.
   SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
   const os::KernelHandle nowhere(CreateFileW(L"NUL", GENERIC_WRITE,
@@ -54,7 +52,7 @@ int Run(std::wstring command) {
   }
   const os::KernelHandle thread(process.hThread);
   const os::KernelHandle handle(process.hProcess);
-  if (WaitForSingleObject(handle.get(), kChildLimitMs) != WAIT_OBJECT_0) {
+  if (WaitForSingleObject(handle.get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0) {
     TerminateProcess(handle.get(), 1);
     return kChildHung;
   }
@@ -65,12 +63,14 @@ int Run(std::wstring command) {
 
 }  // namespace
 
-int RunTestInChild(const std::string& test, const std::wstring& temp_folder) {
+int RunTestInChild(const std::string& test, const std::wstring& temp_folder,
+                   std::chrono::seconds limit) {
   const ChangedVariable tmp(L"TMP", temp_folder);
   const ChangedVariable temp(L"TEMP", temp_folder);
   const ChangedVariable main(L"TARNLO_TEST_TEMP", temp_folder);
   return Run(L"\"" + ThisProgram() + L"\" --gtest_also_run_disabled_tests --gtest_brief=1 " +
-             L"--gtest_filter=" + std::wstring(test.begin(), test.end()));
+                 L"--gtest_filter=" + std::wstring(test.begin(), test.end()),
+             limit);
 }
 
 }  // namespace Tarnlo::test

@@ -1,0 +1,70 @@
+// Callbacks that do not come back: their threads are ended by force, and nothing of the library is
+// held by them.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+#include "support/os/clock.h"
+#include "support/os/thread.h"
+#include "tests/manager/manager_fixture.h"
+
+namespace Tarnlo {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::uint32_t kNeverMs = 0x7FFFFFFF;
+
+class SlowForcedEnd : public test::ManagerTest {
+ protected:
+  // Everything that can be done to tasks is done to this one and to another.
+  void ExpectThatEverythingStillWorks() {
+    m_manager->SetCallBack(&m_callback);
+    EXPECT_EQ(Add(8, "/stalled"), 8);
+    EXPECT_EQ(m_manager->PauseTask(8), 1);
+    EXPECT_EQ(m_manager->CancelTask(8), 1);
+    TaskProgressInfo info;
+    EXPECT_EQ(m_manager->GetTaskProgress(7, &info), 1);
+    EXPECT_EQ(m_manager->ContinueTask(7), 1);
+    EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
+    EXPECT_EQ(test::FileDifference(m_folder.File(L"f"), kBody), "");
+    EXPECT_EQ(m_manager->CancelTask(7), 1);
+    EXPECT_EQ(m_manager->GetTaskCount(), 0);
+  }
+
+  const std::uint32_t m_forced = os::ForcedEnds();
+  std::atomic<bool> m_stuck{false};
+};
+
+TEST_F(SlowForcedEnd, JobThatDoesNotComeBackIsEndedAfterFiveSeconds) {
+  m_callback.on_start = [this](std::int32_t id) {
+    if (id == 7 && !m_stuck.exchange(true)) os::SleepMs(kNeverMs);
+  };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  while (!m_stuck) os::SleepMs(1);
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(m_manager->PauseTask(7), 1);
+  EXPECT_GE(steady_clock::now() - begin, milliseconds(4900));
+  EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
+  ExpectThatEverythingStillWorks();
+}
+
+TEST_F(SlowForcedEnd, WorkerThatDoesNotComeBackIsEndedAfterOneSecond) {
+  constexpr std::int32_t kRangeProgress = 1;
+  m_callback.on_stage = [this](std::int32_t id, std::int32_t, std::int32_t stage) {
+    if (id == 7 && stage == kRangeProgress && !m_stuck.exchange(true)) os::SleepMs(kNeverMs);
+  };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  while (!m_stuck) os::SleepMs(1);
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(m_manager->PauseTask(7), 1);
+  EXPECT_GE(steady_clock::now() - begin, milliseconds(900));
+  EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
+  ExpectThatEverythingStillWorks();
+}
+
+}  // namespace
+}  // namespace Tarnlo
