@@ -1,8 +1,11 @@
 #include "tests/engine/host_fixture.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <string_view>
+#include <thread>
+#include <utility>
 
 #include "tests/support/hosts_file.h"
 
@@ -38,6 +41,15 @@ std::vector<int> HostScene::PassSteps() const {
     if (line.starts_with(kPrefix)) steps.push_back(std::atoi(line.c_str() + kPrefix.size()));
   }
   return steps;
+}
+
+bool HostScene::AwaitPassStep(int step) const {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (std::ranges::count(PassSteps(), step) == 0) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
 }
 
 std::string HostScene::Requests() {

@@ -32,6 +32,8 @@ class HostScene : public TestJob {
 
   // The numbered steps of the host table's pass in the last run.
   [[nodiscard]] std::vector<int> PassSteps() const;
+  // Until it has such a step. False after half a minute.
+  [[nodiscard]] bool AwaitPassStep(int step) const;
   // All requests to the addresses, in their order: "HEAD1 HEAD2 GET1".
   [[nodiscard]] std::string Requests();
   [[nodiscard]] int RequestsTo(std::size_t index, const std::string& method = "GET");

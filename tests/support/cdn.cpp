@@ -9,8 +9,8 @@
 namespace Tarnlo::test {
 namespace {
 
-const std::map<int, std::string> kNetworks = {
-    {1, "127.0.4."}, {2, "127.0.3."}, {3, "127.0.2."}, {8, "127.0.1."}, {20, "127.0.5."}};
+const std::map<int, std::string> kNetworks = {{1, "127.0.4."}, {2, "127.0.3."}, {3, "127.0.2."},
+                                              {4, "127.0.6."}, {8, "127.0.1."}, {20, "127.0.5."}};
 constexpr int kPortTries = 20;
 
 }  // namespace

@@ -13,8 +13,8 @@
 
 namespace Tarnlo::test {
 
-// The names and addresses are those of tests/support/hosts: cdn1, cdn2, cdn3, cdn8 and
-// cdn20.tarnlo.test with as many addresses; another name may be given the same addresses. All
+// The names and addresses are those of tests/support/hosts: cdn1, cdn2, cdn3, cdn4, cdn8
+// and cdn20.tarnlo.test with as many addresses; another name may be given the same addresses. All
 // servers listen on one port.
 //
 // Lifetime: a server may be closed ahead of the rest; its address then refuses.
