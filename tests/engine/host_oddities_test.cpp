@@ -160,7 +160,7 @@ TEST_F(HostOddity, HostLearntByARedirectIsNotAskedAndConnectedToByName) {
 }
 
 TEST_F(HostOddity, NameOf255CharactersIsAskedAndFetched) {
-  int number = 0;
+  static int number = 0;
   std::string name;
   HostScene& scene = RunOn(
       [&](std::optional<HostScene>& made) {
