@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "support/os/file.h"
 #include "tests/engine/host_fixture.h"
 #include "tests/support/hosts_file.h"
 
@@ -251,6 +254,25 @@ TEST_F(ExistingTarget, OfAnotherSizeIsFetched) {
   ExpectFile(scene);
   EXPECT_TRUE(Says(scene, "=? 9999 S12 S17 ")) << scene.JobLines();
   EXPECT_EQ(scene.RequestsTo(0, "HEAD") + scene.RequestsTo(1, "HEAD"), 4);
+}
+
+// A HEAD's answer has 32 bits, so no more of the file's size is compared.
+TEST_F(ExistingTarget, OfFourGibibytesAndTenBytesCountsAsTenBytes) {
+  constexpr std::int64_t kLength = (std::int64_t{1} << 32) + 10;
+  for (int round = 0; round < 5; ++round) {
+    HostScene& scene = Run(2, 2, [](HostScene& made) {
+      made.Hosts().ServeEverywhere("/f", FaultScript(Body(10)));
+      os::File file = os::File::Open(made.Target(L"f"), os::FileAccess::kReadWrite,
+                                     os::FileShare::kNone, os::FileCreation::kCreateAlways);
+      ASSERT_TRUE(file.Seek(kLength) && file.SetEnd());
+    });
+    if (scene.Log().Count("CDownloadManager getCdnFileSize 5") < 2 && round < 4) continue;
+    EXPECT_EQ(m_result, kResultSuccess);
+    EXPECT_TRUE(Says(scene, " C10, =? 10 S10 S11 ")) << scene.JobLines();
+    EXPECT_EQ(SizeOf(scene.Target(L"f")), kLength);
+    EXPECT_EQ(scene.Bodies(), (Counts{0, 0}));
+    return;
+  }
 }
 
 }  // namespace
