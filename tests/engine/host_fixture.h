@@ -59,6 +59,9 @@ class HostScenario : public testing::Test {
   using Steps = std::vector<int>;
   using Action = std::function<void(HostScene&)>;
 
+  // In the place of how many answer: nobody is to, but every address has been asked in time.
+  static constexpr int kOnlyAsked = -1;
+
   // A whole run: `serve` tells the servers what to do, `meanwhile` is called when it has begun.
   // Again with another name, five times in all, while fewer than `answers` addresses told their
   // length in time.
@@ -72,6 +75,8 @@ class HostScenario : public testing::Test {
   std::int32_t m_result = kNothingTold;
 
  private:
+  static bool WasInTime(HostScene& scene, int answers);
+
   std::function<std::wstring(HostScene&)> m_url;
   std::optional<HostScene> m_scene;
 };

@@ -104,7 +104,8 @@ TEST_F(HostJob, LeastUsedAddressesComeInTheirOrder) {
 
 TEST_F(HostJob, NobodyAnswersHeadAndAllAreUsed) {
   const Gate silence;
-  HostScene& scene = RunHeldAlike(3, 0, [&] { return Held(Body(kSmall)).HoldingHead(silence); });
+  HostScene& scene =
+      RunHeldAlike(3, kOnlyAsked, [&] { return Held(Body(kSmall)).HoldingHead(silence); });
   ExpectFile(scene, Body(kSmall));
   EXPECT_EQ(scene.PassSteps(), (Steps{1, 4, 5, 4, 5, 4, 5, 7, 11}));
   silence.Open();
@@ -113,7 +114,7 @@ TEST_F(HostJob, NobodyAnswersHeadAndAllAreUsed) {
 }
 
 TEST_F(HostJob, RefusedHeadWithoutLengthKeepsAll) {
-  HostScene& scene = RunHeldAlike(2, 0, [this] {
+  HostScene& scene = RunHeldAlike(2, kOnlyAsked, [this] {
     return Held(Body(kSmall)).WithHeadStatus("405 Method Not Allowed").WithHeadLength("");
   });
   ExpectFile(scene, Body(kSmall));
