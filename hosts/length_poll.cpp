@@ -1,5 +1,6 @@
 #include "hosts/length_poll.h"
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <optional>
@@ -11,17 +12,16 @@ namespace Tarnlo {
 namespace {
 
 os::HeadAnswer AskAside(const os::HeadRequest& request, const os::Event* stop) {
-  const auto began = std::make_shared<std::atomic<bool>>(false);
+  const auto reached = std::make_shared<std::atomic<os::HeadStage>>(os::HeadStage::kNothing);
   const std::optional<os::HeadAnswer> answer = RunAside<os::HeadAnswer>(
-      [request, began] {
+      [request, reached] {
         const NetworkUse network;
-        began->store(true);
-        return os::SendHead(request);
+        return os::SendHead(request, reached.get());
       },
       stop, kHeadBoundMs);
   if (answer.has_value()) return *answer;
-  // Opening the handles waits for nobody: an exchange that was left behind waits for the network.
-  return {began->load() ? os::HeadStage::kConnected : os::HeadStage::kNothing, 0};
+  // A length that comes after the exchange was given up is not known.
+  return {std::min(reached->load(), os::HeadStage::kConnected), 0};
 }
 
 void ReportSteps(os::HeadStage reached, int first_step, const std::function<void(int)>& step) {

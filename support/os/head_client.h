@@ -1,6 +1,7 @@
 // One HEAD exchange through the system's HTTP client, and its way of splitting a URL.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -34,8 +35,8 @@ struct HeadAnswer {
 
 // Resolve, connect, send and receive are limited to 10, 6, 6 and 10 ms as far as the system keeps
 // to that: only an address that answers at once takes part. The status of the answer is not looked
-// at.
-HeadAnswer SendHead(const HeadRequest& request);
+// at. `reached` (which may be null) follows the exchange, for whoever does not wait for its end.
+HeadAnswer SendHead(const HeadRequest& request, std::atomic<HeadStage>* reached = nullptr);
 
 // Client handles open in this process now.
 int OpenHeadHandles();

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "engine/file_version.h"
+#include "tests/engine/job_fixture.h"
 
 namespace Tarnlo {
 namespace {
@@ -38,6 +39,31 @@ TEST(FileVersionResourceTest, RequiredVersionIsReachedNumberByNumber) {
   EXPECT_FALSE(CompareFileVersion(Sample(), L"3.0.0"));
   EXPECT_FALSE(CompareFileVersion(Sample(), L"2.40"));
   EXPECT_FALSE(CompareFileVersion(Sample(), L""));
+}
+
+// A job whose target is the sample already.
+class RequiredVersionTest : public test::JobTest {
+ protected:
+  std::string LinesWith(const wchar_t* version) {
+    test::WriteFileBytes(Target(L"f"), test::ReadFileBytes(Sample()));
+    Serve("/f", test::Body(1000));
+    Job().SetRequiredVersion(version);
+    EXPECT_EQ(Download("/f"), kResultSuccess);
+    return JobLines();
+  }
+};
+
+TEST_F(RequiredVersionTest, TargetThatReachesItCostsNoBodyByteAndNoHead) {
+  EXPECT_EQ(LinesWith(L"2.40.9"), "T1 T3 T4 T5 T6 S1 S5 S6 S9 S11 T7 T8 T9 T2");
+  ASSERT_EQ(Server().Requests().size(), 1u);  // what it has
+  EXPECT_EQ(Server().Requests()[0].method, "GET");
+  EXPECT_EQ(test::ReadFileBytes(Target(L"f")), test::ReadFileBytes(Sample()));
+}
+
+TEST_F(RequiredVersionTest, OfTwoNumbersNeverSkipsTheDownload) {
+  const std::string lines = LinesWith(L"1.2");
+  EXPECT_NE(lines.find("S6 S9 S12 S17 "), std::string::npos) << lines;
+  EXPECT_EQ(test::FileDifference(Target(L"f"), test::Body(1000)), "");
 }
 
 }  // namespace

@@ -231,10 +231,13 @@ void TestJob::RenewServer() {
 }
 
 bool TestJob::Start(const std::string& path, const std::wstring& name, bool restart) {
+  return StartAt(m_server->Url(path), name, restart);
+}
+
+bool TestJob::StartAt(const std::wstring& url, const std::wstring& name, bool restart) {
   m_told_before = m_observer.CountOf(kEventFinished);
   m_log = std::make_unique<LogReader>();
-  return m_job->Download(m_server->Url(path).c_str(), Folder().c_str(), name.c_str(), kTaskId,
-                         restart);
+  return m_job->Download(url.c_str(), Folder().c_str(), name.c_str(), kTaskId, restart);
 }
 
 bool TestJob::StartInto(const std::wstring& folder, const std::string& path) {
@@ -286,9 +289,12 @@ void TestJob::Pause() {
 }
 
 std::string TestJob::JobLines() const {
+  return Abbreviate(JobThreadLines());
+}
+
+std::vector<std::string> TestJob::JobThreadLines() const {
   const auto started = m_observer.StampsOf(kEventStarted);
-  const std::uint32_t thread = started.empty() ? LastJobThread(*m_log) : started.back().thread;
-  return Abbreviate(m_log->LinesOf(thread));
+  return m_log->LinesOf(started.empty() ? LastJobThread(*m_log) : started.back().thread);
 }
 
 std::string TestJob::OwnLines() const {

@@ -116,8 +116,9 @@ class TestJob {
   [[nodiscard]] bool Has(const std::wstring& path) const { return SizeOf(path) >= 0; }
   [[nodiscard]] std::vector<std::wstring> Files() const { return m_folder.Names(); }
 
-  // Begins a run into the folder, or into another one.
+  // Begins a run into the folder, or from another server, or into another folder.
   bool Start(const std::string& path, const std::wstring& name = L"", bool restart = false);
+  bool StartAt(const std::wstring& url, const std::wstring& name = L"", bool restart = false);
   bool StartInto(const std::wstring& folder, const std::string& path);
   // A run after one that has ended or was stopped.
   bool Continue(const std::string& path);
@@ -139,6 +140,8 @@ class TestJob {
   [[nodiscard]] std::string JobLines() const;
   // The same of the calling thread.
   [[nodiscard]] std::string OwnLines() const;
+  // All of them as they are, without time and thread.
+  [[nodiscard]] std::vector<std::string> JobThreadLines() const;
   [[nodiscard]] const LogReader& Log() const { return *m_log; }
 
   // The ranges that GET requests from number `first` on have asked for, open-ended ones left out.

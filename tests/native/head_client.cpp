@@ -150,15 +150,19 @@ CrackedUrl CrackUrl(const std::wstring& url) {
   return parts;
 }
 
-HeadAnswer SendHead(const HeadRequest& request) {
+HeadAnswer SendHead(const HeadRequest& request, std::atomic<HeadStage>* reached) {
   HeadAnswer answer;
   if (Fails(Call::kHead)) return answer;
+  const auto reach = [&](HeadStage stage) {
+    answer.reached = stage;
+    if (reached != nullptr) reached->store(stage);
+  };
   const CurlHandle session = OpenSession();
   if (!session.valid()) return answer;
   // A connection is made by sending only.
-  answer.reached = HeadStage::kConnected;
+  reach(HeadStage::kConnected);
   if (QueryLength(session.get(), request, answer.content_length)) {
-    answer.reached = HeadStage::kLengthKnown;
+    reach(HeadStage::kLengthKnown);
   }
   return answer;
 }

@@ -9,14 +9,20 @@
 namespace Tarnlo::test {
 namespace {
 
-const std::map<int, std::string> kNetworks = {
-    {1, "127.0.4."}, {2, "127.0.3."}, {3, "127.0.2."}, {8, "127.0.1."}};
+const std::map<int, std::string> kNetworks = {{1, "127.0.4."}, {2, "127.0.3."}, {3, "127.0.2."},
+                                              {4, "127.0.6."}, {8, "127.0.1."}, {20, "127.0.5."}};
 constexpr int kPortTries = 20;
 
 }  // namespace
 
-Cdn::Cdn(int count)
-    : m_name("cdn" + std::to_string(count) + ".tarnlo.test"), m_network(kNetworks.at(count)) {
+std::vector<std::string> CdnAddresses(int count) {
+  std::vector<std::string> addresses;
+  for (int i = 1; i <= count; ++i) addresses.push_back(kNetworks.at(count) + std::to_string(i));
+  return addresses;
+}
+
+Cdn::Cdn(int count, const std::string& name, std::uint16_t port)
+    : m_name(name), m_network(kNetworks.at(count)) {
   const NetworkUse network;
   const std::size_t addresses = os::ResolveName(m_name.c_str()).size();
   if (addresses != static_cast<std::size_t>(count)) {
@@ -25,12 +31,12 @@ Cdn::Cdn(int count)
     return;
   }
   // A port that is free at one address may be taken at another.
-  for (int i = 0; i < kPortTries && !m_valid; ++i) m_valid = Listen(count);
+  for (int i = 0; i < kPortTries && !m_valid; ++i) m_valid = Listen(count, port);
 }
 
-bool Cdn::Listen(int count) {
+bool Cdn::Listen(int count, std::uint16_t port) {
   m_servers.clear();
-  m_port = 0;
+  m_port = port;
   for (int i = 1; i <= count; ++i) {
     m_servers.push_back(std::make_unique<FaultServer>(m_network + std::to_string(i), m_port));
     if (!m_servers.back()->valid()) return false;

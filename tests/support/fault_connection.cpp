@@ -69,6 +69,8 @@ void FaultConnection::Answer(const FaultScript& script) {
 }
 
 void FaultConnection::AnswerHead(const FaultScript& script) {
+  const std::optional<Gate>& gate = script.m_head_request_gate;
+  if (gate && !gate->Pass(m_server.m_stopping)) return;
   if (script.m_raw && !script.m_head_length) {
     SendAll(*script.m_raw);
     return;

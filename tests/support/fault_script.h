@@ -85,6 +85,8 @@ class FaultScript {
   // --- HEAD requests
   FaultScript& WithHeadLength(std::string value) { return Set(m_head_length, std::move(value)); }
   FaultScript& WithHeadStatus(std::string status) { return Set(m_head_status, std::move(status)); }
+  // Nothing is sent to them before the gate is open.
+  FaultScript& HoldingHead(const Gate& gate) { return Set(m_head_request_gate, gate); }
 
  private:
   friend class FaultConnection;
@@ -120,6 +122,7 @@ class FaultScript {
   std::int64_t m_overrun = 0;
   std::optional<std::string> m_head_length;
   std::optional<std::string> m_head_status;
+  std::optional<Gate> m_head_request_gate;
 };
 
 }  // namespace Tarnlo::test

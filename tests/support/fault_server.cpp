@@ -109,7 +109,9 @@ const FaultScript* FaultServer::TakeScript(const std::string& path) {
 }
 
 std::shared_ptr<RecordedRequest> FaultServer::Record(const std::string& bytes) {
+  static std::atomic<int> requests{0};
   auto request = std::make_shared<RecordedRequest>();
+  request->order = ++requests;
   request->bytes = bytes;
   const std::size_t first = bytes.find(' ');
   const std::size_t second = bytes.find(' ', first + 1);

@@ -21,6 +21,7 @@ namespace Tarnlo::test {
 struct RecordedRequest {
   std::string method;
   std::string path;
+  int order = 0;      // among the requests to all servers
   std::string bytes;  // all that came over the connection, what follows the empty line included
   std::string Header(const std::string& name) const;  // "" when it is not there
 };

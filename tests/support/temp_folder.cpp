@@ -10,6 +10,7 @@
 #include <windows.h>
 #endif
 
+#include "support/os/path_form.h"
 #include "tests/support/system.h"
 
 namespace Tarnlo::test {
@@ -30,8 +31,10 @@ fs::path MakeFreshFolder() {
 TempFolder::TempFolder() : m_path(MakeFreshFolder()) {}
 
 TempFolder::~TempFolder() {
+  // What a test made below may have paths of any length.
+  constexpr std::size_t kLongest = 2000;
   std::error_code ignored;
-  fs::remove_all(m_path, ignored);
+  fs::remove_all(LocalPath(os::CallForm(path(), kLongest)), ignored);
 }
 
 std::wstring TempFolder::path() const {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <utility>
@@ -44,13 +45,17 @@ TEST(CrackUrlTest, PartThatDoesNotFitIsEmpty) {
   EXPECT_EQ(CrackUrl(L"http://a.example/" + std::wstring(600, L'x')).host, L"");
 }
 
-// Answers one HEAD request after another with the same bytes and keeps the last request.
+constexpr char kBareAnswer[] = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
+
+// Answers one HEAD request after another with the same bytes, those for "/bare" without a length,
+// and keeps the last request.
 class HeadServer {
  public:
   explicit HeadServer(std::string answer)
       : m_answer(std::move(answer)),
         m_thread([this](const std::stop_token& stop) { Serve(stop); }) {}
   [[nodiscard]] std::uint16_t port() const { return m_listener.port(); }
+  [[nodiscard]] int bare_answers() const { return m_bare_answers; }
   // Ends the server; the request is whole then.
   std::string LastRequest() {
     m_thread.request_stop();
@@ -71,13 +76,17 @@ class HeadServer {
         request.append(bytes.data(), static_cast<std::size_t>(count));
       }
       m_request = request;
-      peer.Send(m_answer.data(), m_answer.size());
+      const bool bare = request.starts_with("HEAD /bare ");
+      const std::string answer = bare ? kBareAnswer : m_answer;
+      peer.Send(answer.data(), answer.size());
+      if (bare) ++m_bare_answers;
     }
   }
 
   const std::string m_answer;
   test::TestListener m_listener{"127.0.0.1", 0, 5};
   std::string m_request;
+  std::atomic<int> m_bare_answers{0};
   std::jthread m_thread;
 };
 
@@ -110,13 +119,40 @@ TEST(HeadClientTest, RequestNamesThePathAndTheHost) {
   EXPECT_NE(request.find("\r\nHost: cdn.example"), std::string::npos) << request;
 }
 
+// The same server's answers with a length come in time: it is the length that is missing.
 TEST(HeadClientTest, AnswerWithoutLengthConnectsOnly) {
-  HeadServer server("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-  const HeadAnswer answer =
-      SendHead({test::AddressOf("127.0.0.1"), server.port(), L"/", L"cdn.example", true});
-  EXPECT_EQ(answer.reached, HeadStage::kConnected);
-  EXPECT_EQ(answer.content_length, 0U);
+  HeadServer server("HTTP/1.1 200 OK\r\nContent-Length: 7\r\nConnection: close\r\n\r\n");
+  const auto ask = [&](const wchar_t* path) {
+    return SendHead({test::AddressOf("127.0.0.1"), server.port(), path, L"cdn.example", true});
+  };
+  int in_time = 0;
+  for (int round = 0; round < 20 && (in_time < 3 || server.bare_answers() < 3); ++round) {
+    const HeadAnswer bare = ask(L"/bare");
+    EXPECT_EQ(bare.reached, HeadStage::kConnected);
+    EXPECT_EQ(bare.content_length, 0U);
+    if (ask(L"/f").reached == HeadStage::kLengthKnown) ++in_time;
+  }
+  EXPECT_GE(in_time, 3);
+  EXPECT_GE(server.bare_answers(), 3);
   EXPECT_EQ(OpenHeadHandles(), 0);
+}
+
+TEST(HeadClientTest, StageIsToldWhileTheServerIsSilent) {
+  test::TestListener listener("127.0.0.1", 0, 1);
+  std::atomic<HeadStage> reached{HeadStage::kNothing};
+  HeadAnswer answer;
+  std::jthread exchange([&] {
+    answer = SendHead({test::AddressOf("127.0.0.1"), listener.port(), L"/", L"cdn.example", true},
+                      &reached);
+  });
+  {
+    const test::TestSocket peer = listener.Accept(kLong);
+    EXPECT_TRUE(peer.valid());
+    EXPECT_EQ(reached.load(), HeadStage::kConnected);
+  }
+  exchange.join();
+  EXPECT_EQ(answer.reached, HeadStage::kConnected);
+  EXPECT_EQ(reached.load(), answer.reached);
 }
 
 TEST(HeadClientTest, RefusedAddressGivesNoLengthAndLeavesNoHandle) {

@@ -84,20 +84,24 @@ CrackedUrl CrackUrl(const std::wstring& url) {
   return {buffers[1].data(), buffers[4].data(), parts.nPort};
 }
 
-HeadAnswer SendHead(const HeadRequest& request) {
+HeadAnswer SendHead(const HeadRequest& request, std::atomic<HeadStage>* reached) {
   HeadAnswer answer;
   if (Fails(Call::kHead)) return answer;
+  const auto reach = [&](HeadStage stage) {
+    answer.reached = stage;
+    if (reached != nullptr) reached->store(stage);
+  };
   const HeadHandle session = Counted(WinHttpOpen(
       nullptr, WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
   if (!session.valid()) return answer;
-  answer.reached = HeadStage::kSessionOpened;
+  reach(HeadStage::kSessionOpened);
   WinHttpSetTimeouts(session.get(), kResolveMs, kConnectMs, kSendMs, kReceiveMs);
   const HeadHandle connection =
       Counted(WinHttpConnect(session.get(), DottedWide(request.address).c_str(), request.port, 0));
   if (!connection.valid()) return answer;
-  answer.reached = HeadStage::kConnected;
+  reach(HeadStage::kConnected);
   if (QueryLength(connection.get(), request, answer.content_length)) {
-    answer.reached = HeadStage::kLengthKnown;
+    reach(HeadStage::kLengthKnown);
   }
   return answer;
 }
