@@ -85,7 +85,7 @@ class CDownloadManager final : public IWorkerOwner {
 
   // From the server's answer to running workers (start_download.cpp).
   std::int32_t StartMTRDownload();
-  bool BuildTargetPath();
+  void BuildTargetPath();
   std::optional<std::int32_t> ResultOfExistingTarget();
   bool CheckCdnFileSize(std::int64_t file_size);
   std::uint32_t getCdnFileSize(const std::wstring& url);

@@ -30,10 +30,7 @@ std::int32_t CDownloadManager::StartMTRDownload() {
     kLog(2);
     return m_run_stop->IsSet() ? kResultStopped : kResultNoRemoteInfo;
   }
-  if (!BuildTargetPath()) {
-    kLog(20);
-    return kResultFileFailed;
-  }
+  BuildTargetPath();
   if (m_run_stop->Wait(kSettleMs)) {
     kLog(3);
     return kResultStopped;
@@ -63,16 +60,16 @@ std::int32_t CDownloadManager::StartMTRDownload() {
   return kResultSuccess;
 }
 
-bool CDownloadManager::BuildTargetPath() {
+// A name that can be no plain file in the folder gives no path: nothing is found there, and nothing
+// can be created.
+void CDownloadManager::BuildTargetPath() {
   UrlRecord own;
   SetUrl(own, m_url);
-  const std::optional<std::wstring> path =
-      Tarnlo::BuildTargetPath({.folder = m_folder,
-                               .given = m_file_name,
-                               .in_url = GetUrlFileName(own.m_strObject).name,
-                               .remote = m_probe->RemoteFileName()});
-  m_target_path = path.value_or(std::wstring());
-  return path.has_value();
+  m_target_path = Tarnlo::BuildTargetPath({.folder = m_folder,
+                                           .given = m_file_name,
+                                           .in_url = GetUrlFileName(own.m_strObject).name,
+                                           .remote = m_probe->RemoteFileName()})
+                      .value_or(std::wstring());
 }
 
 // 1 when the file that is there will do, 13 when a stop came first, nothing when it must be

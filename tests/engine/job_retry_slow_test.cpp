@@ -219,7 +219,8 @@ TEST_F(SlowRetry, MissingFolderIs9) {
 TEST_F(SlowRetry, NameOfADeviceIs9) {
   TestJob& run = s_runs->device;
   EXPECT_EQ(Result(run), kResultFileFailed);
-  EXPECT_EQ(run.JobLines(), Lines({kBegun, "S1 S20 ", kFailed, kPause, "S1 S20 ", kFailed, kEnd}));
+  EXPECT_EQ(run.JobLines(), Lines({kBegun, "S1 S5 S12 S17 S20 ", kFailed, kPause,
+                                   "S1 S5 S12 S17 S20 ", kFailed, kEnd}));
   EXPECT_TRUE(run.Files().empty());
   ExpectPause(run);
 }
