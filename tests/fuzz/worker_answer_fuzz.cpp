@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::int64_t kMaxBuffered = 409600;
 constexpr std::size_t kMaxAnswers = 8;
+constexpr std::uint8_t kFirstLengthening = 246;
 constexpr std::string_view kHeadEndBytes = "\r\n\r\n";
 
 struct Plan {
@@ -32,16 +33,16 @@ struct Plan {
 
 // Far more than an input holds, so that the worker's buffer is filled.
 void Lengthen(std::string& answer, std::uint8_t how_much) {
-  constexpr std::size_t kStep = 8192;
-  constexpr std::uint8_t kFirst = 192;
+  constexpr std::size_t kStep = 50000;
   static const std::string more = [] {
     std::string bytes;
-    for (std::size_t at = 0; at < (256 - kFirst) * kStep; ++at) {
+    for (std::size_t at = 0; at < (256 - kFirstLengthening) * kStep; ++at) {
       bytes += static_cast<char>((at * 7 + at / 256) & 0xFF);
     }
     return bytes;
   }();
-  if (how_much >= kFirst) answer.append(more, 0, (how_much - kFirst + 1) * kStep);
+  if (how_much >= kFirstLengthening)
+    answer.append(more, 0, (how_much - kFirstLengthening + 1) * kStep);
 }
 
 std::size_t ChunkBytes(std::uint8_t byte) {
@@ -71,6 +72,9 @@ Plan TakePlan(Input& input) {
   }
   const std::uint8_t more = input.Byte();
   plan.net.most_bytes = {ChunkBytes(input.Byte()), ChunkBytes(input.Byte())};
+  if (more >= kFirstLengthening) {  // in small pieces it would take seconds
+    for (std::size_t& most : plan.net.most_bytes) most = std::max<std::size_t>(most, 10000);
+  }
   while (!input.rest().empty() && plan.net.answers.size() < kMaxAnswers) {
     Lengthen(plan.net.answers.emplace_back(input.Until("\n--\n")), more);
   }
