@@ -63,7 +63,7 @@ void CheckNames(const std::wstring& url) {
   const std::wstring directory = GetUrlDirectory(url);
   Require(url.starts_with(directory), "a directory is a URL's beginning");
   Require(directory.empty() || url[directory.size()] == L'/', "a directory ends before a slash");
-  Require(directory.find(L'?', 1) == std::wstring::npos, "a directory has no query");
+  Require(url.starts_with(L"?") || !Contains(directory, L"?"), "a directory has no query");
   const UrlFileName name = GetUrlFileName(url);
   Require(!Contains(name.name, L"/") && name.name.size() < 2 * kNameCapacity, "a name is a name");
   for (const wchar_t c : name.extension) {
