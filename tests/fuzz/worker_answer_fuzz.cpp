@@ -31,7 +31,7 @@ struct Plan {
   NetScript net;
 };
 
-// Far more than an input holds, so that the worker's buffer is filled.
+// A body of far more than an input holds, so that the worker's buffer is filled.
 void Lengthen(std::string& answer, std::uint8_t how_much) {
   constexpr std::size_t kStep = 50000;
   static const std::string more = [] {
@@ -41,8 +41,8 @@ void Lengthen(std::string& answer, std::uint8_t how_much) {
     }
     return bytes;
   }();
-  if (how_much >= kFirstLengthening)
-    answer.append(more, 0, (how_much - kFirstLengthening + 1) * kStep);
+  if (how_much < kFirstLengthening || answer.find(kHeadEndBytes) == std::string::npos) return;
+  answer.append(more, 0, (how_much - kFirstLengthening + 1) * kStep);
 }
 
 std::size_t ChunkBytes(std::uint8_t byte) {
