@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "support/os/event.h"
 #include "support/task_event.h"
@@ -251,7 +252,7 @@ void RunInput(Input input) {
     Require(worker.received() + worker.range().buffered() <= *plan.cut,
             "a cut leaves what was received");
   };
-  Play(plan.net);
+  Play(std::move(plan.net));
   Run(worker, plan);
   worker.Stop();
   Play({});
