@@ -208,7 +208,7 @@ TEST_F(FinishFaultTest, FileThatCannotBeOpenedFourTimesIsFinishedByTheNextAttemp
 TEST_F(FinishFaultTest, TargetThatCannotBeHashedForWantOfMemoryIsFetchedAgain) {
   Job().SetMd5Check(true);
   Job().SetExpectedMd5(Md5Of(Body(kSmall)));
-  m_faults.Fail(Call::kBuffer, 7);  // six workers collect in one each
+  m_faults.Fail(Call::kBuffer, 7);   // six workers collect in one each
   EXPECT_EQ(Run(), kResultSuccess);  // of the second attempt
   const std::string lines = JobLines();
   EXPECT_NE(lines.find("F7 F9 F10 F11 F14 F16 T17 T18 T19 T21 T22x3 T6 "), std::string::npos)

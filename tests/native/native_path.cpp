@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <string>
 #include <system_error>
+
+#include "support/os/code_page.h"
 
 namespace Tarnlo::os::native {
 namespace {
@@ -41,6 +44,15 @@ fs::path Drive(wchar_t letter) {
   return drive.folder();
 }
 
+// The system's names are bytes, UTF-8 by custom. The C++ library's own conversion knows ASCII
+// alone.
+std::string NativeName(std::wstring_view name) {
+  if (std::ranges::all_of(name, [](wchar_t c) { return c >= 0 && c < 0x80; })) {
+    return {name.begin(), name.end()};
+  }
+  return WideToCodePage(name, kUtf8).value_or("");
+}
+
 bool IsForbidden(wchar_t c) {
   return c < L' ' || kForbidden.find(c) != std::wstring_view::npos;
 }
@@ -57,11 +69,11 @@ fs::path NativePath(std::wstring_view path) {
   if (std::any_of(path.begin(), path.end(), IsForbidden)) return {};
   std::wstring rest(path);
   std::replace(rest.begin(), rest.end(), L'\\', L'/');
-  return root / fs::path(rest);
+  return root / NativeName(rest);
 }
 
 std::wstring WindowsPath(const fs::path& path) {
-  std::wstring text = L"Z:" + fs::absolute(path).wstring();
+  std::wstring text = L"Z:" + CodePageToWide(fs::absolute(path).string(), kUtf8);
   std::replace(text.begin(), text.end(), L'/', L'\\');
   return text;
 }
