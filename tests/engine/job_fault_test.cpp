@@ -5,6 +5,7 @@
 #include <array>
 #include <mutex>
 #include <numeric>
+#include <set>
 #include <string>
 
 #include "tests/engine/job_fixture.h"
@@ -208,7 +209,14 @@ TEST_F(FinishFaultTest, FileThatCannotBeOpenedFourTimesIsFinishedByTheNextAttemp
 TEST_F(FinishFaultTest, TargetThatCannotBeHashedForWantOfMemoryIsFetchedAgain) {
   Job().SetMd5Check(true);
   Job().SetExpectedMd5(Md5Of(Body(kSmall)));
-  AtTheEnd([&] { m_faults.Fail(Call::kBuffer); });
+  // Who tells what it has collected has its memory; the seventh to ask is the digest.
+  std::mutex mutex;
+  std::set<std::int32_t> workers;
+  Observer().OnEach([&](const TaskEvent& event) {
+    if (event.type != kEventBufferedBytes) return;
+    const std::lock_guard guard(mutex);
+    if (workers.insert(event.code).second && workers.size() == 6) m_faults.Fail(Call::kBuffer);
+  });
   EXPECT_EQ(Run(), kResultSuccess);  // of the second attempt
   const std::string lines = JobLines();
   EXPECT_NE(lines.find("F7 F9 F10 F11 F14 F16 T17 T18 T19 T21 T22x3 T6 "), std::string::npos)
