@@ -1,6 +1,6 @@
 // What it costs to save the trailer every 5 s: downloads with it and, in turns, ones in which every
 // flush is refused, so that nothing is flushed and no trailer written.
-// usage: bench_saving [MIB] [ROUNDS]
+// usage: bench_saving [MIB] [ROUNDS] [RATE]   RATE: MB/s of each connection; without, what it can
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -37,11 +37,12 @@ Run RunOnce(const std::wstring& url, bool saving) {
   return {download.seconds, faults.Calls(os::Call::kFlush)};
 }
 
-int Compare(std::int64_t mebibytes, int rounds) {
+int Compare(std::int64_t mebibytes, int rounds, int rate) {
   test::StartTestLog();
   const std::int64_t size = mebibytes << 20;
   test::FaultServer server;
-  server.Serve("/f", test::Body(size));
+  test::FaultScript& script = server.Serve("/f", test::Body(size));
+  if (rate > 0) script.Trickling(std::int64_t{rate} * 1'000'000);
   const std::wstring url = server.Url("/f");
   DownHostMgr::Shared().InitHost(server.Url("/").c_str(), nullptr);
   RunOnce(url, true);  // warms the disk's cache up
@@ -73,5 +74,6 @@ int Compare(std::int64_t mebibytes, int rounds) {
 int main(int count, char** arguments) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   return Tarnlo::bench::Compare(count > 1 ? std::stoll(arguments[1]) : 12 * 1024,
-                                count > 2 ? std::stoi(arguments[2]) : 3);
+                                count > 2 ? std::stoi(arguments[2]) : 3,
+                                count > 3 ? std::stoi(arguments[3]) : 0);
 }
