@@ -1,9 +1,9 @@
 // While workers run: waiting for the first to end, giving it new work, and reporting progress.
 #include <algorithm>
-#include <limits>
 #include <vector>
 
 #include "engine/download_manager.h"
+#include "engine/speed.h"
 #include "support/os/clock.h"
 
 namespace Tarnlo {
@@ -11,14 +11,6 @@ namespace {
 
 constexpr std::uint32_t kProgressIntervalMs = 100;
 constexpr std::uint32_t kLookMs = 1000;
-
-// Bytes per whole millisecond, times 1,000: coarse on purpose.
-std::uint32_t BytesPerSecond(std::int64_t bytes, std::uint32_t milliseconds) {
-  if (milliseconds == 0) return 0;
-  const std::int64_t per_millisecond = bytes / static_cast<std::int64_t>(milliseconds);
-  constexpr std::int64_t kMost = std::numeric_limits<std::uint32_t>::max() / 1000;
-  return static_cast<std::uint32_t>(std::clamp<std::int64_t>(per_millisecond, 0, kMost) * 1000);
-}
 
 // Whatever happens to the report, the next one may be sent.
 class ClearAtExit {

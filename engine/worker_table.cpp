@@ -3,17 +3,7 @@
 #include <algorithm>
 #include <exception>
 
-#include "engine/range_planner.h"
-
 namespace Tarnlo {
-namespace {
-
-// What counts is the bytes: a worker may have failed after its last one was written.
-bool IsComplete(const CDownloadHttp& worker) {
-  return worker.GetRangeLength() > 0 && worker.received() >= worker.GetRangeLength();
-}
-
-}  // namespace
 
 bool WorkerTable::Create(std::int32_t count, const WorkerFactory& make) {
   Free();
@@ -89,65 +79,31 @@ bool WorkerTable::Start(std::int32_t index) {
   return Worker(index)->Download(record.start, record.length, record.done);
 }
 
-std::optional<WorkerTable::Donor> WorkerTable::FindLargestRemaining() const {
+std::optional<Donor> WorkerTable::FindLargestRemaining() const {
   const os::LockGuard guard(m_lock);
-  std::optional<Donor> best;
-  for (std::size_t i = 0; i < m_workers.size(); ++i) {
-    const CDownloadHttp& worker = *m_workers[i];
-    // In this order: a thread that is seen to have ended has set its result for good, so a range
-    // that was finished between the two looks is not taken for a failed one.
-    const bool running = worker.IsThreadRunning();
-    if (worker.succeeded()) continue;
-    Donor donor{static_cast<std::int32_t>(i), 0, running};
-    if (!running && IsComplete(worker)) continue;
-    if (!running) {
-      donor.remaining = worker.GetRangeLength() - worker.received();
-      return donor;
-    }
-    donor.remaining = worker.GetRemainingBytes();
-    if (donor.remaining > (best ? best->remaining : 0)) best = donor;
-  }
-  return best;
+  return FindDonor(m_workers);
 }
 
 bool WorkerTable::Reassign(std::int32_t index) {
   const std::vector<RangeRecord> records = Records();
   if (records.size() <= 1 || records[static_cast<std::size_t>(index)].length == kOpenEnd)
     return false;
-  std::optional<Donor> donor;
-  Handover handover = Handover::kTryAgain;
-  while (handover == Handover::kTryAgain) {
-    donor = FindLargestRemaining();
-    if (!donor || donor->index == index) return false;
-    handover = HandOver(index, *donor);
-  }
-  if (handover == Handover::kNothing) return false;
+  const std::optional<Donor> donor = TakeFromDonor(
+      index, [&] { return FindLargestRemaining(); },
+      [&](const Donor& found) { return HandOverTo(index, found); });
+  if (!donor) return false;
   const bool started = Start(index);
   Worker(donor->index)->ReportRangeLength();
   return started;
 }
 
-// The one place where bytes change hands: the donor has accepted the cut before anybody else is
-// given what lies beyond, and readers of the sums see both or neither.
-WorkerTable::Handover WorkerTable::HandOver(std::int32_t index, const Donor& donor) {
-  const std::optional<std::int64_t> share = GiveAway(donor.remaining, donor.running);
-  if (!share) return Handover::kNothing;
+// Readers of the sums see the range with one owner or with the other.
+Handover WorkerTable::HandOverTo(std::int32_t index, const Donor& donor) {
+  const auto from = static_cast<std::size_t>(donor.index);
+  const auto to = static_cast<std::size_t>(index);
   const os::LockGuard guard(m_lock);
-  RangeRecord& given = m_records[static_cast<std::size_t>(donor.index)];
-  CDownloadHttp& giver = *m_workers[static_cast<std::size_t>(donor.index)];
-  const std::int64_t kept = given.length - *share;
-  if (!donor.running) {
-    giver.CutEnded(kept);
-  } else if (!giver.TryCut(kept)) {
-    return Handover::kTryAgain;
-  }
-  RangeRecord& taken = m_records[static_cast<std::size_t>(index)];
-  taken = RangeRecord{given.start + kept, *share, 0};
-  given.length = kept;
-  given.done = std::min(given.done, kept);  // a range that began again may have had more before
-  m_workers[static_cast<std::size_t>(index)]->TakeRange(taken.start, taken.length, taken.done);
-  if (!donor.running) giver.SetSucceeded();
-  return Handover::kDone;
+  return HandOver(donor, RangeOwner<CDownloadHttp>{*m_workers[from], m_records[from]},
+                  RangeOwner<CDownloadHttp>{*m_workers[to], m_records[to]});
 }
 
 void WorkerTable::StoreDone(std::int32_t index, std::int64_t done) {

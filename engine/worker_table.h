@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "engine/donor.h"
 #include "engine/range_record.h"
 #include "support/os/lock.h"
 #include "transfer/download_http.h"
@@ -47,13 +48,7 @@ class WorkerTable {
   // or the worker could not be started; in the latter case the bytes wait in its record.
   bool Reassign(std::int32_t index);
 
-  struct Donor {
-    std::int32_t index = -1;
-    std::int64_t remaining = 0;
-    bool running = false;
-  };
-  // The first worker that failed, with all that it left; else the one with the most left. Nothing
-  // when nobody has anything left.
+  // As FindDonor says.
   [[nodiscard]] std::optional<Donor> FindLargestRemaining() const;
 
   // Worker `index` has `done` bytes in the file; 0 changes nothing.
@@ -77,8 +72,7 @@ class WorkerTable {
   void Stop();
 
  private:
-  enum class Handover { kDone, kTryAgain, kNothing };
-  Handover HandOver(std::int32_t index, const Donor& donor);
+  Handover HandOverTo(std::int32_t index, const Donor& donor);
   // Null when there is no such worker. Only the job thread may use it without the lock: it alone
   // replaces workers.
   [[nodiscard]] CDownloadHttp* Worker(std::int32_t index) const;

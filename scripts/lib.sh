@@ -100,6 +100,13 @@ windows_path() {
   printf 'Z:%s' "${path//\//\\}"
 }
 
+# A locale with the code page that Windows has, for the programs of a native build.
+make_locale() {
+  if [ -d build/locale/tarnlo ]; then return 0; fi
+  mkdir -p build/locale
+  localedef -i en_US -f CP1252 build/locale/tarnlo
+}
+
 port_is_open() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 
 # start_nginx PREFIX RATE: serves PREFIX/www on loopback, below /limited/ with RATE per connection,

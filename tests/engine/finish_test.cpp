@@ -2,14 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
+#include <atomic>
 #include <string>
-#include <thread>
 
 #include "support/os/file.h"
 #include "support/report_store.h"
 #include "support/sized_file.h"
 #include "tests/engine/job_fixture.h"
+#include "tests/faults/faults.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -26,12 +26,6 @@ class FinishTest : public JobTest {
     EXPECT_TRUE(file.valid());
     return file;
   }
-  // Lets go 300 ms after the job has come to the rename.
-  void ReleaseAfterTheFirstTry(os::File& holder) {
-    ASSERT_TRUE(Log().Await(kRenaming));
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    holder.Close();
-  }
   void Expect(const std::wstring& md5_list) {
     Job().SetMd5Check(true);
     Job().SetExpectedMd5(md5_list);
@@ -43,31 +37,71 @@ class FinishTest : public JobTest {
   }
 };
 
-TEST_F(FinishTest, TargetHeldFor300MsIsReplacedAllTheSame) {
+// A file that someone holds, until the job has tried in vain and begins to try again.
+class HeldForAWhile : public FinishTest {
+ protected:
+  // The first six bodies wait, so that the test can hold the file and see which call is which.
+  void StartUpToTheBodies() {
+    Serve("/f", Body(kSmall)).Times(1);
+    Serve("/f", Body(kSmall)).HoldingAnswer(m_gate);
+    ASSERT_TRUE(Start("/f"));
+    ASSERT_TRUE(m_gate.AwaitArrivals(6));
+  }
+  void ReleaseAtTheSecond(os::Call call, os::File& holder) {
+    const int before = m_faults.Calls(call);
+    m_gate.Open();
+    EXPECT_TRUE(m_faults.AwaitCalls(call, before + 2));
+    holder.Close();
+  }
+  void ExpectAFinishedFile() {
+    EXPECT_EQ(AwaitResult(), kResultSuccess);
+    AwaitRunEnd();
+    EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
+    EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F15 T19 T20 T2");
+    EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
+  }
+
+  Faults m_faults;
+  Gate& m_gate = NewGate();
+};
+
+TEST_F(HeldForAWhile, TargetIsReplacedAllTheSame) {
   WriteFileBytes(Target(L"f"), "old");
   os::File holder = Hold(Target(L"f"), os::FileShare::kNone);
-  Serve("/f", Body(kSmall));
-  ASSERT_TRUE(Start("/f"));
-  ReleaseAfterTheFirstTry(holder);
-  EXPECT_EQ(AwaitResult(), kResultSuccess);
-  AwaitRunEnd();
-  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
-  EXPECT_EQ(LastLines(), "T13 T14 F2 F3 F4 F5 F7 F9 F15 T19 T20 T2");
-  EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
+  StartUpToTheBodies();
+  ReleaseAtTheSecond(os::Call::kRename, holder);
+  ExpectAFinishedFile();
 }
 
-TEST_F(FinishTest, TemporaryFileHeldFor300MsIsRenamedAllTheSame) {
-  Gate& gate = NewGate();
-  Serve("/f", Body(kSmall)).Times(1);
-  Serve("/f", Body(kSmall)).HoldingAnswer(gate);
-  ASSERT_TRUE(Start("/f"));
-  ASSERT_TRUE(gate.AwaitArrivals(6));
+TEST_F(HeldForAWhile, TemporaryFileIsRenamedAllTheSame) {
+  StartUpToTheBodies();
   os::File holder = Hold(Temporary(L"f"), os::FileShare::kReadWrite);
-  gate.Open();
-  ReleaseAfterTheFirstTry(holder);
-  EXPECT_EQ(AwaitResult(), kResultSuccess);
-  AwaitRunEnd();
-  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
+  ReleaseAtTheSecond(os::Call::kRename, holder);
+  ExpectAFinishedFile();
+}
+
+// All bytes are there, so that no worker opens the file; it is held from the last look at its
+// trailer on.
+TEST_F(HeldForAWhile, TemporaryFileThatCannotBeOpenedIsCutAllTheSame) {
+  const Trailer complete{6, {{0, kSmall, kSmall}, {}, {}, {}, {}, {}}};
+  WriteFileBytes(Temporary(L"f"), Body(kSmall).Bytes(0, kSmall) + EncodeTrailer(complete));
+  Serve("/f", Body(kSmall));
+  os::File holder;
+  int before = 0;
+  Gate held;
+  Observer().OnEach([&](const TaskEvent& event) {
+    if (event.type != kEventRangeLength) return;
+    const WithoutFaults uncounted;
+    holder = Hold(Temporary(L"f"), os::FileShare::kNone);
+    before = m_faults.Calls(os::Call::kOpenFile);
+    held.Open();
+  });
+  ASSERT_TRUE(Start("/f"));
+  const std::atomic<bool> never{false};
+  ASSERT_TRUE(held.Pass(never));
+  EXPECT_TRUE(m_faults.AwaitCalls(os::Call::kOpenFile, before + 2));
+  holder.Close();
+  ExpectAFinishedFile();
 }
 
 TEST_F(FinishTest, StopWhileTheTargetIsHeldIsPromptAndKeepsEveryByte) {

@@ -1,5 +1,6 @@
-// The planner and the ranges alone, without threads and files: random schedules of receiving,
-// writing, failing, and giving away, in which every step may come between any two others.
+// The planner, the choice of a donor and the ranges alone, without threads and files: random
+// schedules of receiving, writing, failing, and giving away, in which every step of a worker may
+// come between any two looks at another.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/donor.h"
 #include "engine/range_planner.h"
 #include "transfer/range_state.h"
 
@@ -35,13 +37,38 @@ class Schedule {
   }
 
  private:
+  // With the names that a donor is chosen and cut by; before each look and each cut others go on.
   struct Worker {
+    Schedule* schedule = nullptr;
     RangeState state;
     RangeRecord record;
     std::int64_t promised = 0;  // room of the receive in progress
     bool receiving = false;
     bool running = false;
-    bool succeeded = false;
+    bool covered = false;
+    bool wants_work = false;
+
+    [[nodiscard]] bool IsThreadRunning() const { return running; }
+    [[nodiscard]] bool succeeded() const {
+      schedule->LetOthersGoOn();
+      return covered;
+    }
+    [[nodiscard]] std::int64_t GetRangeLength() const { return state.length(); }
+    [[nodiscard]] std::int64_t received() const { return state.received(); }
+    [[nodiscard]] std::int64_t GetRemainingBytes() const {
+      schedule->LetOthersGoOn();
+      return state.Remaining();
+    }
+    void CutEnded(std::int64_t length) { state.SetLength(length); }
+    bool TryCut(std::int64_t length) {
+      schedule->LetOthersGoOn();
+      return state.TryCut(length);
+    }
+    void TakeRange(std::int64_t start, std::int64_t length, std::int64_t done) {
+      state.Assign(start, length, done);
+      running = covered = receiving = false;
+    }
+    void SetSucceeded() { covered = true; }
   };
 
   std::int64_t Below(std::int64_t bound) {
@@ -60,31 +87,38 @@ class Schedule {
     m_most_received = m_length / 8 + 1 + Below(m_length);
     const std::vector<RangeRecord> plan = PlanRanges(m_length, m_count);
     for (std::size_t i = 0; i < m_count; ++i) {
-      m_workers[i].record = plan[i];
-      Begin(m_workers[i]);
+      Worker& worker = m_all[i];
+      worker.schedule = this;
+      worker.record = plan[i];
+      worker.TakeRange(plan[i].start, plan[i].length, 0);
+      worker.running = plan[i].length > 0;
+      worker.covered = !worker.running;
+      m_workers.push_back(&worker);
     }
-  }
-
-  void Begin(Worker& worker) {
-    worker.state.Assign(worker.record.start, worker.record.length, 0);
-    worker.running = worker.record.length > 0;
-    worker.succeeded = !worker.running;
-    worker.receiving = false;
   }
 
   Worker* PickRunning() {
     const auto first = static_cast<std::size_t>(Below(static_cast<std::int64_t>(m_count)));
     for (std::size_t i = 0; i < m_count; ++i) {
-      Worker& worker = m_workers[(first + i) % m_count];
+      Worker& worker = *m_workers[(first + i) % m_count];
       if (worker.running) return &worker;
     }
     return nullptr;
   }
 
-  // A step of the worker, and what its end leads to.
+  void LetOthersGoOn() {
+    if (Below(8) != 0) return;
+    if (Worker* worker = PickRunning()) Advance(*worker);
+  }
+
+  // A step of the worker, and what the end of it or of others leads to.
   void Step(Worker& worker) {
     Advance(worker);
-    if (!worker.running && worker.succeeded) Reassign(worker);
+    for (std::size_t i = 0; i < m_count; ++i) {
+      if (!m_workers[i]->wants_work) continue;
+      m_workers[i]->wants_work = false;
+      Reassign(static_cast<std::int32_t>(i));
+    }
   }
 
   void Advance(Worker& worker) {
@@ -117,55 +151,27 @@ class Schedule {
     worker.state.SetBuffered(0);
     worker.state.Unclaim(worker.state.received());
     worker.running = false;
-    worker.succeeded = worker.state.received() >= worker.state.length();
+    worker.covered = worker.wants_work = worker.state.received() >= worker.state.length();
   }
 
-  struct Look {
-    Worker* donor = nullptr;
-    std::int64_t remaining = 0;
-    bool running = false;
-  };
-  Look FindLargest() {
-    Look best;
-    for (std::size_t i = 0; i < m_count; ++i) {
-      Worker& worker = m_workers[i];
-      if (worker.succeeded) continue;
-      if (!worker.running) return {&worker, worker.state.length() - worker.state.received(), false};
-      const std::int64_t remaining = worker.state.Remaining();
-      if (remaining > best.remaining) best = {&worker, remaining, true};
-    }
-    return best;
-  }
-
-  // Between the look and the cut anybody may go on.
-  void Reassign(Worker& worker) {
+  void Reassign(std::int32_t index) {
     if (m_count == 1) return;
-    for (;;) {
-      const Look look = FindLargest();
-      if (look.donor == nullptr || look.donor == &worker) return;
-      if (look.running && look.donor->running && Below(2) == 0) Advance(*look.donor);
-      const std::optional<std::int64_t> share = GiveAway(look.remaining, look.running);
-      if (!share) return;
-      const std::int64_t kept = look.donor->record.length - *share;
-      if (!look.running) {
-        look.donor->state.SetLength(kept);
-        look.donor->succeeded = true;
-      } else if (!look.donor->state.TryCut(kept)) {
-        continue;
-      }
-      worker.record = {look.donor->record.start + kept, *share, 0};
-      look.donor->record.length = kept;
-      Begin(worker);
-      return;
-    }
+    Worker& taker = *m_workers[static_cast<std::size_t>(index)];
+    const auto hand_over = [&](const Donor& donor) {
+      Worker& giver = *m_workers[static_cast<std::size_t>(donor.index)];
+      return HandOver(donor, RangeOwner<Worker>{giver, giver.record},
+                      RangeOwner<Worker>{taker, taker.record});
+    };
+    taker.running = TakeFromDonor(
+                        index, [&] { return FindDonor(m_workers); }, hand_over) != std::nullopt;
   }
 
   std::string Judge() {
-    for (std::size_t i = 0; i < m_count; ++i) {
-      const Worker& worker = m_workers[i];
+    for (const Worker* const each : m_workers) {
+      const Worker& worker = *each;
       const std::int64_t received = worker.state.received();
       if (received > worker.record.length) return "a worker passed its range's end";
-      if (worker.succeeded && received < worker.record.length) return "covered, but not written";
+      if (worker.covered && received < worker.record.length) return "covered, but not written";
       if (received < worker.record.length) {
         m_pieces.push_back(
             {worker.record.start + received, worker.record.start + worker.record.length});
@@ -184,7 +190,8 @@ class Schedule {
   }
 
   std::uint64_t m_random;
-  std::array<Worker, 6> m_workers;
+  std::array<Worker, 6> m_all;
+  std::vector<Worker*> m_workers;
   std::size_t m_count = 0;
   std::int64_t m_length = 0;
   std::int64_t m_most_received = 0;

@@ -16,7 +16,7 @@ constexpr std::size_t kBlock = 64 * 1024;
 
 void FaultConnection::Run() {
   if (!ReadRequest()) return;
-  if (const FaultScript* script = m_server.TakeScript(m_request->path)) {
+  if (const FaultScript* script = m_server.TakeScript(*m_request)) {
     Answer(*script);
   } else {
     SendAll("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");

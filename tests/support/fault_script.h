@@ -25,6 +25,9 @@ class FaultScript {
   // For the next `count` requests alone; then the path's next script takes over.
   FaultScript& Times(int count) { return Set(m_times, count); }
 
+  // For requests that name both ends of a range alone; others are the next script's.
+  FaultScript& ForPieces() { return Set(m_for_pieces, true); }
+
   // --- The head
   FaultScript& IgnoringRanges() { return Set(m_ignores_ranges, true); }
   // "404 Not Found". The body, and the headers about it, stay.
@@ -102,6 +105,7 @@ class FaultScript {
 
   Body m_body;
   int m_times = -1;  // any number
+  bool m_for_pieces = false;
   bool m_ignores_ranges = false;
   std::optional<std::string> m_status;
   std::string m_headers;

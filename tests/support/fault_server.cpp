@@ -94,13 +94,16 @@ void FaultServer::AcceptLoop() {
   }
 }
 
-const FaultScript* FaultServer::TakeScript(const std::string& path) {
+const FaultScript* FaultServer::TakeScript(const RecordedRequest& request) {
+  const std::string range = request.Header("Range");
+  const bool piece = !range.empty() && !range.ends_with('-');
   const std::lock_guard guard(m_mutex);
-  const auto found = m_paths.find(path);
+  const auto found = m_paths.find(request.path);
   if (found == m_paths.end()) return nullptr;
   PathScripts& entry = found->second;
   for (std::size_t i = 0; i < entry.scripts.size(); ++i) {
     const FaultScript& script = entry.scripts[i];
+    if (script.m_for_pieces && !piece) continue;
     if (script.m_times >= 0 && entry.served[i] >= script.m_times) continue;
     ++entry.served[i];
     return &script;

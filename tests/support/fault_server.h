@@ -70,7 +70,7 @@ class FaultServer {
   };
 
   void AcceptLoop();
-  const FaultScript* TakeScript(const std::string& path);
+  const FaultScript* TakeScript(const RecordedRequest& request);
   // The record of a request, which the connection goes on appending to.
   std::shared_ptr<RecordedRequest> Record(const std::string& bytes);
 
