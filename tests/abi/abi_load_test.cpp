@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -34,41 +33,21 @@ void SetCallbacks(const LoadedDll& dll) {
   dll.set_callback_fail(&HostRecord::Fail);
 }
 
-// What a child process is told by its parent.
-std::string Told(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? std::string() : std::string(value);
-}
+// What a child process finds in its environment.
 void Tell(const wchar_t* name, const std::wstring& value) {
   SetEnvironmentVariableW(name, value.c_str());
 }
 
 Task ToldTask(std::int32_t id) {
   Task task;
-  const std::string folder = Told("TARNLO_CHILD_FOLDER");
-  task.save_dir.assign(folder.begin(), folder.end());
-  task.url = Told("TARNLO_CHILD_URL") + std::to_string(id);
+  const std::wstring url = test::ToldVariable("TARNLO_CHILD_URL");
+  task.save_dir = test::ToldVariable("TARNLO_CHILD_FOLDER");
+  task.url = std::string(url.begin(), url.end()) + std::to_string(id);
   task.id = id;
   return task;
 }
 
 // --- Modules that are freed
-
-// Bytes that are in use in all heaps of the process.
-std::size_t HeapInUse() {
-  HANDLE heaps[64];
-  const DWORD count = std::min<DWORD>(GetProcessHeaps(64, heaps), 64);
-  std::size_t bytes = 0;
-  for (DWORD i = 0; i < count; ++i) {
-    PROCESS_HEAP_ENTRY entry{};
-    HeapLock(heaps[i]);
-    while (HeapWalk(heaps[i], &entry) != 0) {
-      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
-    }
-    HeapUnlock(heaps[i]);
-  }
-  return bytes;
-}
 
 void LoadUseAndFree() {
   const LoadedDll dll;
@@ -83,14 +62,14 @@ TEST(AbiLoadTest, FreedWithoutATaskItLeavesNothingAThousandTimes) {
   for (int i = 0; i < 20; ++i) LoadUseAndFree();  // what the system keeps
   const int handles = test::OpenHandles();
   const int threads = test::RunningThreads();
-  const std::size_t heap = HeapInUse();
+  const std::int64_t heap = test::HeapInUse();
   for (int i = 0; i < 1000; ++i) {
     LoadUseAndFree();
     ASSERT_FALSE(LoadedDll::IsThere()) << i;
   }
   EXPECT_EQ(test::OpenHandles(), handles);
   EXPECT_LE(test::RunningThreads(), threads);
-  EXPECT_LE(HeapInUse(), heap + 10'000);
+  EXPECT_LE(test::HeapInUse(), heap + 10'000);
 }
 
 TEST(AbiLoadChild, DISABLED_FreesTheModuleWhileATaskRuns) {

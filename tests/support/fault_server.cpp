@@ -1,7 +1,9 @@
 #include "tests/support/fault_server.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
+#include <string_view>
 
 #include "tests/support/fault_connection.h"
 
@@ -32,6 +34,16 @@ std::string RecordedRequest::Header(const std::string& name) const {
   if (at == std::string::npos) return {};
   const std::size_t begin = at + line.size();
   return bytes.substr(begin, bytes.find("\r\n", begin) - begin);
+}
+
+std::optional<Interval> RecordedRequest::AskedRange() const {
+  constexpr std::string_view kUnit = "bytes=";
+  const std::string range = Header("Range");
+  if (method != "GET" || !range.starts_with(kUnit)) return std::nullopt;
+  char* dash = nullptr;
+  const std::int64_t begin = std::strtoll(range.c_str() + kUnit.size(), &dash, 10);
+  if (*dash != '-' || dash[1] == '\0') return std::nullopt;
+  return Interval{begin, std::strtoll(dash + 1, nullptr, 10) + 1};
 }
 
 FaultServer::FaultServer(const std::string& address, std::uint16_t port)

@@ -9,11 +9,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/fault_script.h"
+#include "tests/support/interval.h"
 #include "tests/support/test_socket.h"
 
 namespace Tarnlo::test {
@@ -22,7 +24,10 @@ struct RecordedRequest {
   std::string method;
   std::string path;
   std::string bytes;  // all that came over the connection, what follows the empty line included
+  std::int64_t body_bytes = 0;                        // that were sent for it
   std::string Header(const std::string& name) const;  // "" when it is not there
+  // The range of a GET that asks for one with an end.
+  [[nodiscard]] std::optional<Interval> AskedRange() const;
 };
 
 // Listens on an address and port of its own; a thread per connection, one request each.
