@@ -35,6 +35,7 @@ constexpr int kLongKills = 300;
 constexpr int kAnyMoment = 12'000;  // milliseconds
 constexpr int kSaveInterval = 5'000;
 constexpr milliseconds kPatience(60'000);
+constexpr std::size_t kLogTail = 6'000;
 
 // When a round kills.
 enum class Moment { kAny, kFirstSave, kTwice, kSecondSave };
@@ -132,7 +133,8 @@ class KillRound {
   void Complete() {
     ChildProcess child(m_test, m_temp.path(), For("/fast/f"));
     if (const int code = child.AwaitEnd(kPatience); code != 0) {
-      m_outcome.wrong = "the next process ended with " + std::to_string(code);
+      m_outcome.wrong = "the next process ended with " + std::to_string(code) +
+                        (m_outcome.saved ? ", a trailer was saved; " : "; ") + LastLog();
       return;
     }
     m_outcome.wrong = FileDifference(m_folder.File(L"f"), m_body);
@@ -142,6 +144,15 @@ class KillRound {
     }
   }
 
+  // What the processes have logged; one that ended by itself has moved its log aside.
+  [[nodiscard]] std::string LastLog() const {
+    std::string all;
+    for (const std::wstring& name : m_temp.Names()) {
+      const std::string log = ReadFileBytes(m_temp.File(name));
+      all += "\n--- a log:\n" + log.substr(log.size() - std::min(log.size(), kLogTail));
+    }
+    return all;
+  }
   [[nodiscard]] std::vector<Interval> RangesAskedFor(const std::string& path) const {
     std::vector<Interval> asked;
     for (const RecordedRequest& request : m_server.RequestsFor(path)) {
