@@ -1,7 +1,7 @@
 #include <windows.h>
 
-#include <list>
-#include <mutex>
+#include <cwchar>
+#include <map>
 
 #include "support/os/handle.h"
 #include "tests/support/child_process.h"
@@ -9,26 +9,21 @@
 namespace Tarnlo::test {
 namespace {
 
-// One variable of the environment, put back at the end.
-class ChangedVariable {
- public:
-  ChangedVariable(std::wstring name, const std::wstring& value) : m_name(std::move(name)) {
-    std::wstring former(32'768, L'\0');
-    const auto size = static_cast<DWORD>(former.size());
-    former.resize(GetEnvironmentVariableW(m_name.c_str(), former.data(), size));
-    m_former = former;
-    SetEnvironmentVariableW(m_name.c_str(), value.c_str());
+// This process's environment with other values, as a child takes it: "NAME=value" and a zero each,
+// and another zero. Its own stays as it is, for other threads look at it.
+std::wstring EnvironmentWith(const std::map<std::wstring, std::wstring>& variables) {
+  std::wstring block;
+  wchar_t* const own = GetEnvironmentStringsW();
+  for (const wchar_t* at = own; *at != L'\0'; at += std::wcslen(at) + 1) {
+    const std::wstring variable = at;
+    if (!variables.contains(variable.substr(0, variable.find(L'=', 1)))) {
+      block += variable + L'\0';
+    }
   }
-  ~ChangedVariable() {
-    SetEnvironmentVariableW(m_name.c_str(), m_former.empty() ? nullptr : m_former.c_str());
-  }
-  ChangedVariable(const ChangedVariable&) = delete;
-  ChangedVariable& operator=(const ChangedVariable&) = delete;
-
- private:
-  const std::wstring m_name;
-  std::wstring m_former;
-};
+  FreeEnvironmentStringsW(own);
+  for (const auto& [name, value] : variables) block += name + L"=" + value + L'\0';
+  return block + L'\0';
+}
 
 std::wstring ThisProgram() {
   std::wstring path(32'768, L'\0');
@@ -37,7 +32,7 @@ std::wstring ThisProgram() {
 }
 
 // The process, or nothing.
-os::KernelHandle Begin(std::wstring command) {
+os::KernelHandle Begin(std::wstring command, std::wstring environment) {
   // The counts at the end of its output are not those of the program that is running.
   SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
   const os::KernelHandle nowhere(CreateFileW(L"NUL", GENERIC_WRITE,
@@ -50,8 +45,8 @@ os::KernelHandle Begin(std::wstring command) {
   startup.hStdOutput = nowhere.get();
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION process{};
-  if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                     &process) == 0) {
+  if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
+                     environment.data(), nullptr, &startup, &process) == 0) {
     return os::KernelHandle();
   }
   const os::KernelHandle thread(process.hThread);
@@ -71,16 +66,13 @@ struct ChildProcess::Process {
 ChildProcess::ChildProcess(const std::string& test, const std::wstring& temp_folder,
                            const Variables& variables)
     : m_process(std::make_unique<Process>()) {
-  static std::mutex environment;  // is this process's own for a moment
-  const std::lock_guard guard(environment);
-  std::list<ChangedVariable> changed;
-  for (const wchar_t* name : {L"TMP", L"TEMP", L"TARNLO_TEST_TEMP"}) {
-    changed.emplace_back(name, temp_folder);
-  }
-  for (const auto& [name, value] : variables) changed.emplace_back(Widen(name), value);
+  std::map<std::wstring, std::wstring> changed;
+  for (const wchar_t* name : {L"TMP", L"TEMP", L"TARNLO_TEST_TEMP"}) changed[name] = temp_folder;
+  for (const auto& [name, value] : variables) changed[Widen(name)] = value;
   m_process->handle =
       Begin(L"\"" + ThisProgram() + L"\" --gtest_also_run_disabled_tests --gtest_brief=1 " +
-            L"--gtest_filter=" + Widen(test));
+                L"--gtest_filter=" + Widen(test),
+            EnvironmentWith(changed));
 }
 
 ChildProcess::~ChildProcess() {

@@ -100,7 +100,7 @@ class KillRound {
     while (RangesAskedFor("/slow/f").empty()) {
       if (child.AwaitEnd(milliseconds(5)) != kChildHung) break;
     }
-    KillNow(child, milliseconds(kSaveInterval * number - 200) + Random(600));
+    KillNow(child, milliseconds(kSaveInterval * number - 200) + Random(1000));
   }
   void KillNow(ChildProcess& child, milliseconds delay) {
     m_outcome.in_time = child.AwaitEnd(delay) == kChildHung;
