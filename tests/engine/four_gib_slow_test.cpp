@@ -35,17 +35,22 @@ std::string BytesAt(const std::wstring& path, std::int64_t offset, std::uint32_t
 
 class SlowFourGib : public JobTest, public testing::WithParamInterface<std::int64_t> {
  protected:
-  // A temporary file of which all but 1 MiB is done: half of it below 2 GiB, where the third range
-  // ends, half at the end of the file. The done bytes are a hole, for nobody is to read them.
+  // A temporary file of which all but 1 MiB is done: it is missing around 2 GiB and at the end,
+  // where the last range begins at 4 GiB when the file has 10 bytes more. The done bytes are a
+  // hole, for nobody is to read them.
   Trailer WriteTemporary() {
+    constexpr std::int64_t kTwoGib = kFourGib / 2;
+    const std::int64_t last = GetParam() - 10;
     Trailer trailer{6, {}};
-    std::int64_t start = 0;
-    for (std::int64_t i = 0; i < 6; ++i) {
-      const std::int64_t length = GetParam() / 6 + (i == 0 ? GetParam() % 6 : 0);
-      const std::int64_t missing = i == 2 || i == 5 ? kMissing / 2 : 0;
-      trailer.records.push_back({start, length, length - missing});
-      start += length;
-    }
+    const auto add = [&](std::int64_t begin, std::int64_t end, std::int64_t missing) {
+      trailer.records.push_back({begin, end - begin, end - begin - missing});
+    };
+    add(0, kTwoGib / 2, 0);
+    add(kTwoGib / 2, kTwoGib - kMissing / 4, 0);
+    add(kTwoGib - kMissing / 4, kTwoGib + kMissing / 4, kMissing / 2);
+    add(kTwoGib + kMissing / 4, kTwoGib / 2 * 3, 0);
+    add(kTwoGib / 2 * 3, last, kMissing / 2 - 10);
+    add(last, GetParam(), 10);
     const std::string bytes = EncodeTrailer(trailer);
     MakeSparseFile(Temporary(L"f"));
     os::File file = OpenExisting(Temporary(L"f"));
@@ -66,10 +71,11 @@ TEST_P(SlowFourGib, LastMegabyteIsFetchedToItsPlaceAndNothingElse) {
   EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
   std::vector<Interval> asked = RangesAskedFor();
   std::erase(asked, Interval{0, 2});  // the probe's
-  EXPECT_EQ(Merged(asked), trailer.Missing());
-  for (const Interval& missing : trailer.Missing()) {
-    EXPECT_EQ(FileDifference(Target(L"f"), body, missing.begin, missing.end), "");
-    EXPECT_EQ(BytesAt(Target(L"f"), missing.begin - 1000, 1000), std::string(1000, '\0'));
+  const std::vector<Interval> missing = Merged(trailer.Missing());
+  EXPECT_EQ(Merged(asked), missing);
+  for (const auto& [begin, end] : missing) {
+    EXPECT_EQ(FileDifference(Target(L"f"), body, begin, end), "");
+    EXPECT_EQ(BytesAt(Target(L"f"), begin - 1000, 1000), std::string(1000, '\0'));
   }
   EXPECT_EQ(BytesAt(Target(L"f"), 0, 1000), std::string(1000, '\0'));
 }

@@ -1,7 +1,10 @@
 #include <windows.h>
 
+#include <cstddef>
 #include <cwchar>
 #include <map>
+#include <utility>
+#include <vector>
 
 #include "support/os/handle.h"
 #include "tests/support/child_process.h"
@@ -31,22 +34,58 @@ std::wstring ThisProgram() {
   return path;
 }
 
+// Handles that a child is to have, and no others: what else this process has open at that moment is
+// in the hands of other threads, and a child would hold it open for them.
+class InheritedHandles {
+ public:
+  explicit InheritedHandles(std::vector<HANDLE> handles) : m_handles(std::move(handles)) {
+    SIZE_T size = 0;
+    InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+    m_bytes.resize(size);
+    InitializeProcThreadAttributeList(list(), 1, 0, &size);
+    UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, m_handles.data(),
+                              m_handles.size() * sizeof(HANDLE), nullptr, nullptr);
+  }
+  InheritedHandles(const InheritedHandles&) = delete;
+  InheritedHandles& operator=(const InheritedHandles&) = delete;
+  ~InheritedHandles() { DeleteProcThreadAttributeList(list()); }
+
+  LPPROC_THREAD_ATTRIBUTE_LIST list() {
+    return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(m_bytes.data());
+  }
+
+ private:
+  std::vector<HANDLE> m_handles;
+  std::vector<std::byte> m_bytes;
+};
+
+os::KernelHandle InheritableError() {
+  HANDLE copy = nullptr;
+  DuplicateHandle(GetCurrentProcess(), GetStdHandle(STD_ERROR_HANDLE), GetCurrentProcess(), &copy,
+                  0, TRUE, DUPLICATE_SAME_ACCESS);
+  return os::KernelHandle(copy);
+}
+
 // The process, or nothing.
 os::KernelHandle Begin(std::wstring command, std::wstring environment) {
   // The counts at the end of its output are not those of the program that is running.
   SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
-  const os::KernelHandle nowhere(CreateFileW(L"NUL", GENERIC_WRITE,
+  const os::KernelHandle nowhere(CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
                                              FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
                                              OPEN_EXISTING, 0, nullptr));
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-  startup.hStdOutput = nowhere.get();
-  startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  const os::KernelHandle error = InheritableError();
+  InheritedHandles handles({nowhere.get(), error.get()});
+  STARTUPINFOEXW startup{};
+  startup.StartupInfo.cb = sizeof(startup);
+  startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+  startup.StartupInfo.hStdInput = nowhere.get();
+  startup.StartupInfo.hStdOutput = nowhere.get();
+  startup.StartupInfo.hStdError = error.get();
+  startup.lpAttributeList = handles.list();
   PROCESS_INFORMATION process{};
-  if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
-                     environment.data(), nullptr, &startup, &process) == 0) {
+  if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE,
+                     CREATE_UNICODE_ENVIRONMENT | EXTENDED_STARTUPINFO_PRESENT, environment.data(),
+                     nullptr, &startup.StartupInfo, &process) == 0) {
     return os::KernelHandle();
   }
   const os::KernelHandle thread(process.hThread);
