@@ -39,7 +39,7 @@ constexpr int kMostTasks = 4000;
 // leak is a multiple.
 constexpr int kSlackHandles = 10;
 constexpr std::int64_t kSlackHeap = 250'000;
-constexpr std::int64_t kSlackMemory = 48'000'000;
+constexpr std::int64_t kSlackMemory = 128'000'000;
 
 // How often each task has told its end, and whether all was well.
 //
@@ -174,7 +174,7 @@ Usage UsageWith(int threads) {
   while (test::RunningThreads() > threads && std::chrono::steady_clock::now() < end) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  return Usage();
+  return {};
 }
 
 // Of the log and its backups.

@@ -86,7 +86,7 @@ os::KernelHandle Begin(std::wstring command, std::wstring environment) {
   if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE,
                      CREATE_UNICODE_ENVIRONMENT | EXTENDED_STARTUPINFO_PRESENT, environment.data(),
                      nullptr, &startup.StartupInfo, &process) == 0) {
-    return os::KernelHandle();
+    return {};
   }
   const os::KernelHandle thread(process.hThread);
   return os::KernelHandle(process.hProcess);
@@ -119,13 +119,13 @@ ChildProcess::~ChildProcess() {
 }
 
 int ChildProcess::AwaitEnd(std::chrono::milliseconds patience) {
-  const HANDLE handle = m_process->handle.get();
   if (!m_process->handle.valid()) return kChildNotStarted;
-  if (WaitForSingleObject(handle, static_cast<DWORD>(patience.count())) != WAIT_OBJECT_0) {
+  if (WaitForSingleObject(m_process->handle.get(), static_cast<DWORD>(patience.count())) !=
+      WAIT_OBJECT_0) {
     return kChildHung;
   }
   DWORD code = 0;
-  GetExitCodeProcess(handle, &code);
+  GetExitCodeProcess(m_process->handle.get(), &code);
   return static_cast<int>(code);
 }
 

@@ -11,6 +11,7 @@
 #include <optional>
 #include <random>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "engine/resume_trailer.h"
@@ -52,8 +53,8 @@ struct Outcome {
 // One download: killed, looked at, completed. Threads: one.
 class KillRound {
  public:
-  KillRound(const std::string& child_test, int number)
-      : m_test(child_test),
+  KillRound(std::string child_test, int number)
+      : m_test(std::move(child_test)),
         m_moment(static_cast<Moment>(number % 4)),
         m_body(kSize, static_cast<std::uint64_t>(number) + 1) {
     // Two connections of every other download are faster, and take over what others have left.
