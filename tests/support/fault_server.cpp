@@ -99,10 +99,27 @@ void FaultServer::AcceptLoop() {
     if (!socket.valid()) continue;
     ++m_open_connections;
     ++m_connections;
-    m_threads.emplace_back([this, accepted = std::move(socket)]() mutable {
+    JoinEnded();
+    const auto thread = m_threads.emplace(m_threads.end());
+    *thread = std::thread([this, thread, accepted = std::move(socket)]() mutable {
       FaultConnection(*this, std::move(accepted)).Run();
       --m_open_connections;
+      const std::lock_guard guard(m_mutex);
+      m_ended.push_back(thread);
     });
+  }
+}
+
+// A server that answers thousands does not keep what their threads leave.
+void FaultServer::JoinEnded() {
+  std::vector<std::list<std::thread>::iterator> ended;
+  {
+    const std::lock_guard guard(m_mutex);
+    ended.swap(m_ended);
+  }
+  for (const auto& thread : ended) {
+    thread->join();
+    m_threads.erase(thread);
   }
 }
 

@@ -74,6 +74,7 @@ class FaultServer {
   };
 
   void AcceptLoop();
+  void JoinEnded();
   const FaultScript* TakeScript(const std::string& path);
   // The record of a request, which the connection goes on appending to.
   std::shared_ptr<RecordedRequest> Record(const std::string& bytes);
@@ -87,6 +88,7 @@ class FaultServer {
   std::map<std::string, PathScripts> m_paths;
   std::vector<std::shared_ptr<RecordedRequest>> m_requests;
   std::list<std::thread> m_threads;  // of connections; the accept thread's until it is joined
+  std::vector<std::list<std::thread>::iterator> m_ended;  // of them, to be joined
   std::thread m_accept_thread;
 };
 
