@@ -28,13 +28,17 @@ using std::chrono::milliseconds;
 
 constexpr std::uint32_t kConnections = 6;
 constexpr std::int64_t kBytesPerSecond = 400'000;                        // of one connection
-constexpr std::int64_t kSize = kConnections * 14 * kBytesPerSecond + 5;  // takes 14 s
+constexpr std::int64_t kSize = kConnections * 18 * kBytesPerSecond + 5;  // takes 18 s
 constexpr Interval kProbe{0, 2};
 constexpr int kLanes = 8;
 constexpr int kShortKills = 8;
 constexpr int kLongKills = 300;
-constexpr int kAnyMoment = 12'000;  // milliseconds
-constexpr int kSaveInterval = 5'000;
+constexpr int kAnyMoment = 13'000;  // milliseconds
+// The job looks every second, copies its records after five, and writes them at the look that finds
+// the data flushed: when the trailer is written, and how much later that may be.
+constexpr int kFirstSaveMs = 5'800;
+constexpr int kSecondSaveMs = 10'900;
+constexpr int kSaveWindowMs = 1'200;
 constexpr milliseconds kPatience(60'000);
 constexpr std::size_t kLogTail = 6'000;
 
@@ -73,7 +77,7 @@ class KillRound {
     } else if (m_moment == Moment::kAny) {
       KillAfter(Random(kAnyMoment));
     } else {
-      KillAroundSave(m_moment == Moment::kFirstSave ? 1 : 2);
+      KillAroundSave(m_moment == Moment::kFirstSave ? kFirstSaveMs : kSecondSaveMs);
     }
     if (m_outcome.in_time && m_outcome.wrong.empty()) Complete();
     return m_outcome;
@@ -95,13 +99,13 @@ class KillRound {
     ChildProcess child(m_test, m_temp.path(), For("/slow/f"));
     KillNow(child, delay);
   }
-  // The saves follow the first requests for bytes at a known interval.
-  void KillAroundSave(int number) {
+  // Counted from the first request for bytes.
+  void KillAroundSave(int save) {
     ChildProcess child(m_test, m_temp.path(), For("/slow/f"));
     while (RangesAskedFor("/slow/f").empty()) {
       if (child.AwaitEnd(milliseconds(5)) != kChildHung) break;
     }
-    KillNow(child, milliseconds(kSaveInterval * number - 200) + Random(1000));
+    KillNow(child, milliseconds(save) + Random(kSaveWindowMs));
   }
   void KillNow(ChildProcess& child, milliseconds delay) {
     m_outcome.in_time = child.AwaitEnd(delay) == kChildHung;
