@@ -38,8 +38,8 @@ constexpr int kMostTasks = 4000;
 // What the system's libraries keep for themselves, by how many threads there were at the most; a
 // leak is a multiple.
 constexpr int kSlackHandles = 10;
-constexpr std::int64_t kSlackHeap = 250'000;
-constexpr std::int64_t kSlackMemory = 128'000'000;
+constexpr std::int64_t kSlackHeap = 100'000;
+constexpr std::int64_t kSlackMemory = 64'000'000;
 
 // How often each task has told its end, and whether all was well.
 //
