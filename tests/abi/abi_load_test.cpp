@@ -21,22 +21,6 @@ using test::LoadedDll;
 
 // --- Modules that are freed
 
-// Bytes that are in use in all heaps of the process.
-std::size_t HeapInUse() {
-  HANDLE heaps[64];
-  const DWORD count = std::min<DWORD>(GetProcessHeaps(64, heaps), 64);
-  std::size_t bytes = 0;
-  for (DWORD i = 0; i < count; ++i) {
-    PROCESS_HEAP_ENTRY entry{};
-    HeapLock(heaps[i]);
-    while (HeapWalk(heaps[i], &entry) != 0) {
-      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
-    }
-    HeapUnlock(heaps[i]);
-  }
-  return bytes;
-}
-
 // What answers the same before the first task and after it.
 void ExpectTheRest(const LoadedDll& dll) {
   EXPECT_EQ(dll.get_all_tasks(), "");
@@ -60,14 +44,14 @@ TEST(AbiLoadTest, FreedWithoutATaskItLeavesNothingAThousandTimes) {
   for (int i = 0; i < 20; ++i) LoadUseAndFree();  // what the system keeps
   const int handles = test::OpenHandles();
   const int threads = test::RunningThreads();
-  const std::size_t heap = HeapInUse();
+  const std::int64_t heap = test::HeapInUse();
   for (int i = 0; i < 1000; ++i) {
     LoadUseAndFree();
     ASSERT_FALSE(LoadedDll::IsThere()) << i;
   }
   EXPECT_EQ(test::OpenHandles(), handles);
   EXPECT_LE(test::RunningThreads(), threads);
-  EXPECT_LE(HeapInUse(), heap + 10'000);
+  EXPECT_LE(test::HeapInUse(), heap + 10'000);
 }
 
 TEST(AbiLoadChild, DISABLED_FreesTheModuleWhileATaskRuns) {

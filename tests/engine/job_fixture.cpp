@@ -4,10 +4,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string_view>
 #include <thread>
@@ -20,12 +16,8 @@
 namespace Tarnlo::test {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr auto kPatience = std::chrono::seconds(60);
 constexpr std::uint32_t kStopLimitMs = 5000;
-constexpr std::size_t kRecordSize = 24;
-constexpr std::size_t kCountSize = 4;
 
 struct Abbreviation {
   std::string_view text;
@@ -149,51 +141,6 @@ bool JobObserver::AwaitEachHas(std::size_t workers, std::int64_t bytes) {
   });
 }
 
-// --- Files -------------------------------------------------------------------------------------
-
-std::vector<Interval> Trailer::Missing() const {
-  std::vector<Interval> missing;
-  for (const RangeRecord& record : records) {
-    if (record.done < record.length) {
-      missing.push_back({record.start + record.done, record.start + record.length});
-    }
-  }
-  return missing;
-}
-
-std::int64_t Trailer::MissingBytes() const {
-  std::int64_t sum = 0;
-  for (const Interval& interval : Missing()) sum += interval.end - interval.begin;
-  return sum;
-}
-
-std::int64_t SizeOf(const std::wstring& path) {
-  std::error_code error;
-  const auto size = fs::file_size(LocalPath(path), error);
-  return error ? -1 : static_cast<std::int64_t>(size);
-}
-
-std::string EncodeTrailer(const Trailer& trailer) {
-  static_assert(sizeof(RangeRecord) == kRecordSize);
-  std::string bytes(trailer.records.size() * kRecordSize + kCountSize, '\0');
-  std::memcpy(bytes.data(), trailer.records.data(), trailer.records.size() * kRecordSize);
-  std::memcpy(bytes.data() + bytes.size() - kCountSize, &trailer.count, kCountSize);
-  return bytes;
-}
-
-Trailer ReadTrailer(const std::wstring& temporary_file, std::int64_t content_length) {
-  Trailer trailer;
-  std::ifstream stream(LocalPath(temporary_file), std::ios::binary);
-  stream.seekg(content_length);
-  const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  if (bytes.size() < kCountSize) return trailer;
-  std::memcpy(&trailer.count, bytes.data() + bytes.size() - kCountSize, kCountSize);
-  if (bytes.size() != trailer.count * kRecordSize + kCountSize) return trailer;
-  trailer.records.resize(trailer.count);
-  std::memcpy(trailer.records.data(), bytes.data(), trailer.count * kRecordSize);
-  return trailer;
-}
-
 std::wstring Md5Of(const Body& body) {
   MD5 md5;
   const std::string bytes = body.Bytes(0, static_cast<std::size_t>(body.size()));
@@ -305,13 +252,7 @@ std::vector<Interval> TestJob::RangesAskedFor(std::size_t first) const {
   std::vector<Interval> asked;
   const std::vector<RecordedRequest> requests = m_server->Requests();
   for (std::size_t i = first; i < requests.size(); ++i) {
-    const std::string range = requests[i].Header("Range");
-    constexpr std::string_view kUnit = "bytes=";
-    if (requests[i].method != "GET" || !range.starts_with(kUnit)) continue;
-    char* dash = nullptr;
-    const std::int64_t begin = std::strtoll(range.c_str() + kUnit.size(), &dash, 10);
-    if (*dash != '-' || dash[1] == '\0') continue;
-    asked.push_back({begin, std::strtoll(dash + 1, nullptr, 10) + 1});
+    if (const auto range = requests[i].AskedRange()) asked.push_back(*range);
   }
   return asked;
 }

@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "engine/download_manager.h"
-#include "engine/range_record.h"
 #include "support/result.h"
 #include "tests/support/body.h"
 #include "tests/support/fault_server.h"
@@ -22,6 +21,7 @@
 #include "tests/support/system.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_log.h"
+#include "tests/support/trailer.h"
 
 namespace Tarnlo::test {
 
@@ -63,25 +63,6 @@ class JobObserver : public RecordingObserver {
   std::function<void(const TaskEvent&)> m_action;
 };
 
-struct Interval {
-  std::int64_t begin = 0;
-  std::int64_t end = 0;
-  friend bool operator==(const Interval&, const Interval&) = default;
-};
-
-// What stands behind the content of a temporary file.
-struct Trailer {
-  std::uint32_t count = 0;
-  std::vector<RangeRecord> records;
-
-  [[nodiscard]] std::vector<Interval> Missing() const;
-  [[nodiscard]] std::int64_t MissingBytes() const;
-};
-
-std::int64_t SizeOf(const std::wstring& path);  // -1 when there is none
-std::string EncodeTrailer(const Trailer& trailer);
-// The trailer of a file whose content has that length; no records when it is not there.
-Trailer ReadTrailer(const std::wstring& temporary_file, std::int64_t content_length);
 // The digest as a job expects it.
 std::wstring Md5Of(const Body& body);
 

@@ -118,7 +118,7 @@ TEST_P(SlowTorture, EachRunEndsOnceAndTheFileComesRight) {
   EXPECT_LT(nth, kMostCalls);
   EXPECT_EQ(os::ForcedEnds(), forced_ends);
   EXPECT_LE(SettledHandles(handles + kSlackHandles), handles + kSlackHandles);
-  std::printf("the %d calls of a run, every %d. refused:", nth - 1, stride);
+  std::printf("figures: the %d calls of a run, every %d. refused:", nth - 1, stride);
   for (const auto& [name, count] : m_failed) std::printf(" %s %d,", name.c_str(), count);
   std::printf("\n");
 }

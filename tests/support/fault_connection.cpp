@@ -160,9 +160,15 @@ bool FaultConnection::SendBytes(const FaultScript& script, std::int64_t begin, s
     script.m_body.Fill(begin, bytes.data(), count);
     if (!SendAll(std::string_view(bytes.data(), count))) return false;
     begin += static_cast<std::int64_t>(count);
+    CountBody(static_cast<std::int64_t>(count));
     if (script.m_rate > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   return !m_server.m_stopping;
+}
+
+void FaultConnection::CountBody(std::int64_t bytes) {
+  const std::lock_guard guard(m_server.m_mutex);
+  m_request->body_bytes += bytes;
 }
 
 bool FaultConnection::SendAll(std::string_view bytes) {

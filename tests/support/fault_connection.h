@@ -32,6 +32,7 @@ class FaultConnection {
   void SendBody(const FaultScript& script, const Range& range, std::int64_t begin);
   // Sends file bytes [begin, end); false when the peer is gone or the server stops.
   bool SendBytes(const FaultScript& script, std::int64_t begin, std::int64_t end);
+  void CountBody(std::int64_t bytes);
   bool SendAll(std::string_view bytes);
   void ReadToTheEnd();
 

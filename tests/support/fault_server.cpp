@@ -1,7 +1,9 @@
 #include "tests/support/fault_server.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
+#include <string_view>
 
 #include "tests/support/fault_connection.h"
 
@@ -32,6 +34,16 @@ std::string RecordedRequest::Header(const std::string& name) const {
   if (at == std::string::npos) return {};
   const std::size_t begin = at + line.size();
   return bytes.substr(begin, bytes.find("\r\n", begin) - begin);
+}
+
+std::optional<Interval> RecordedRequest::AskedRange() const {
+  constexpr std::string_view kUnit = "bytes=";
+  const std::string range = Header("Range");
+  if (method != "GET" || !range.starts_with(kUnit)) return std::nullopt;
+  char* dash = nullptr;
+  const std::int64_t begin = std::strtoll(range.c_str() + kUnit.size(), &dash, 10);
+  if (*dash != '-' || dash[1] == '\0') return std::nullopt;
+  return Interval{begin, std::strtoll(dash + 1, nullptr, 10) + 1};
 }
 
 FaultServer::FaultServer(const std::string& address, std::uint16_t port)
@@ -87,10 +99,27 @@ void FaultServer::AcceptLoop() {
     if (!socket.valid()) continue;
     ++m_open_connections;
     ++m_connections;
-    m_threads.emplace_back([this, accepted = std::move(socket)]() mutable {
+    JoinEnded();
+    const auto thread = m_threads.emplace(m_threads.end());
+    *thread = std::thread([this, thread, accepted = std::move(socket)]() mutable {
       FaultConnection(*this, std::move(accepted)).Run();
       --m_open_connections;
+      const std::lock_guard guard(m_mutex);
+      m_ended.push_back(thread);
     });
+  }
+}
+
+// A server that answers thousands does not keep what their threads leave.
+void FaultServer::JoinEnded() {
+  std::vector<std::list<std::thread>::iterator> ended;
+  {
+    const std::lock_guard guard(m_mutex);
+    ended.swap(m_ended);
+  }
+  for (const auto& thread : ended) {
+    thread->join();
+    m_threads.erase(thread);
   }
 }
 

@@ -9,11 +9,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/fault_script.h"
+#include "tests/support/interval.h"
 #include "tests/support/test_socket.h"
 
 namespace Tarnlo::test {
@@ -23,7 +25,10 @@ struct RecordedRequest {
   std::string path;
   int order = 0;      // among the requests to all servers
   std::string bytes;  // all that came over the connection, what follows the empty line included
+  std::int64_t body_bytes = 0;                        // that were sent for it
   std::string Header(const std::string& name) const;  // "" when it is not there
+  // The range of a GET that asks for one with an end.
+  [[nodiscard]] std::optional<Interval> AskedRange() const;
 };
 
 // Listens on an address and port of its own; a thread per connection, one request each.
@@ -70,6 +75,7 @@ class FaultServer {
   };
 
   void AcceptLoop();
+  void JoinEnded();
   const FaultScript* TakeScript(const RecordedRequest& request);
   // The record of a request, which the connection goes on appending to.
   std::shared_ptr<RecordedRequest> Record(const std::string& bytes);
@@ -83,6 +89,7 @@ class FaultServer {
   std::map<std::string, PathScripts> m_paths;
   std::vector<std::shared_ptr<RecordedRequest>> m_requests;
   std::list<std::thread> m_threads;  // of connections; the accept thread's until it is joined
+  std::vector<std::list<std::thread>::iterator> m_ended;  // of them, to be joined
   std::thread m_accept_thread;
 };
 

@@ -8,7 +8,13 @@ namespace Tarnlo::test {
 // Open handles of this process. Includes what the system's own libraries keep.
 int OpenHandles();
 
+// Those of them that are sockets.
+int OpenSockets();
+
 int RunningThreads();
+
+// Bytes that are in use on the heap.
+std::int64_t HeapInUse();
 
 // Bytes of memory in use, now and at most so far.
 struct MemoryInUse {

@@ -1,7 +1,10 @@
+#include <malloc.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 #include "tests/support/process_usage.h"
 
@@ -29,6 +32,20 @@ std::int64_t StatusBytes(const std::string& name) {
 
 int OpenHandles() {
   return CountEntries("/proc/self/fd") - 1;  // but not the one that counts
+}
+
+int OpenSockets() {
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;  // the handle that reads the folder
+    const auto what = std::filesystem::read_symlink(entry.path(), gone);
+    if (!gone && what.string().starts_with("socket:")) ++count;
+  }
+  return count;
+}
+
+std::int64_t HeapInUse() {
+  return static_cast<std::int64_t>(mallinfo2().uordblks);
 }
 
 int RunningThreads() {

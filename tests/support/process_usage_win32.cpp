@@ -1,3 +1,6 @@
+#include <winsock2.h>
+
+// After winsock2.h.
 #include <windows.h>
 
 #include "tests/support/process_usage.h"
@@ -6,9 +9,11 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
+#include "hosts/network_use.h"
 #include "support/os/handle.h"
 
 namespace Tarnlo::test {
@@ -38,9 +43,7 @@ Query NtQuery() {
       reinterpret_cast<void*>(GetProcAddress(module, "NtQuerySystemInformation")));
 }
 
-}  // namespace
-
-int OpenHandles() {
+std::vector<USHORT> HandlesOfThisProcess() {
   const Query query = NtQuery();
   std::vector<std::byte> buffer(std::size_t{1} << 20);
   ULONG needed = 0;
@@ -49,11 +52,29 @@ int OpenHandles() {
     buffer.resize(buffer.size() * 2);
   }
   const auto* table = reinterpret_cast<const HandleTable*>(buffer.data());
-  int count = 0;
+  std::vector<USHORT> handles;
   for (ULONG i = 0; i < table->count; ++i) {
-    if (table->entries[i].process == GetCurrentProcessId()) ++count;
+    if (table->entries[i].process == GetCurrentProcessId()) {
+      handles.push_back(table->entries[i].value);
+    }
   }
-  return count;
+  return handles;
+}
+
+}  // namespace
+
+int OpenHandles() {
+  return static_cast<int>(HandlesOfThisProcess().size());
+}
+
+int OpenSockets() {
+  const NetworkUse network;
+  const std::vector<USHORT> handles = HandlesOfThisProcess();
+  return static_cast<int>(std::count_if(handles.begin(), handles.end(), [](USHORT handle) {
+    int type = 0;
+    int size = sizeof type;
+    return getsockopt(handle, SOL_SOCKET, SO_TYPE, reinterpret_cast<char*>(&type), &size) == 0;
+  }));
 }
 
 int RunningThreads() {
@@ -66,6 +87,22 @@ int RunningThreads() {
     if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++count;
   }
   return count;
+}
+
+// Of all heaps of the process.
+std::int64_t HeapInUse() {
+  HANDLE heaps[64];
+  const DWORD count = std::min<DWORD>(GetProcessHeaps(64, heaps), 64);
+  std::int64_t bytes = 0;
+  for (DWORD i = 0; i < count; ++i) {
+    PROCESS_HEAP_ENTRY entry{};
+    HeapLock(heaps[i]);
+    while (HeapWalk(heaps[i], &entry) != 0) {
+      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
+    }
+    HeapUnlock(heaps[i]);
+  }
+  return bytes;
 }
 
 MemoryInUse Memory() {

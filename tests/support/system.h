@@ -11,6 +11,8 @@ std::wstring SystemPath(const std::filesystem::path& path);
 std::filesystem::path LocalPath(const std::wstring& system_path);
 
 bool IsHidden(const std::wstring& system_path);
+// A new file whose holes need no room, where the system does not make all files so.
+void MakeSparseFile(const std::wstring& system_path);
 
 std::string ProcessNumber();
 void SetEnvironment(const std::string& name, const std::string& value);

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 
 #include "tests/native/native_path.h"
 #include "tests/native/open_files.h"
@@ -22,6 +23,10 @@ bool IsHidden(const std::wstring& system_path) {
   struct stat status {};
   return os::native::Stat(LocalPath(system_path), status) &&
          table.IsHidden(os::native::IdOf(status));
+}
+
+void MakeSparseFile(const std::wstring& system_path) {
+  const std::ofstream file(LocalPath(system_path));
 }
 
 std::string ProcessNumber() {

@@ -1,7 +1,11 @@
 #include <windows.h>
 
+// After windows.h.
+#include <winioctl.h>
+
 #include <cstdlib>
 
+#include "support/os/handle.h"
 #include "tests/support/system.h"
 
 namespace Tarnlo::test {
@@ -17,6 +21,14 @@ std::filesystem::path LocalPath(const std::wstring& system_path) {
 bool IsHidden(const std::wstring& system_path) {
   const DWORD attributes = GetFileAttributesW(system_path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_HIDDEN) != 0;
+}
+
+// Refused by Wine, whose files are all sparse.
+void MakeSparseFile(const std::wstring& system_path) {
+  const os::KernelHandle file(CreateFileW(system_path.c_str(), GENERIC_WRITE, 0, nullptr,
+                                          CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+  DWORD size = 0;
+  DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &size, nullptr);
 }
 
 std::string ProcessNumber() {

@@ -1,0 +1,237 @@
+#include "tests/support/kill_run.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "engine/resume_trailer.h"
+#include "tests/support/child_process.h"
+#include "tests/support/fault_server.h"
+#include "tests/support/long_run.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/trailer.h"
+
+namespace Tarnlo::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr std::uint32_t kConnections = 6;
+constexpr std::int64_t kBytesPerSecond = 400'000;                        // of one connection
+constexpr std::int64_t kSize = kConnections * 18 * kBytesPerSecond + 5;  // takes 18 s
+constexpr Interval kProbe{0, 2};
+constexpr int kLanes = 8;
+constexpr int kShortKills = 8;
+constexpr int kLongKills = 300;
+constexpr int kAnyMoment = 13'000;  // milliseconds
+// The job looks every second, copies its records after five, and writes them at the look that finds
+// the data flushed: when the trailer is written, and how much later that may be.
+constexpr int kFirstSaveMs = 5'800;
+constexpr int kSecondSaveMs = 10'900;
+constexpr int kSaveWindowMs = 1'200;
+constexpr milliseconds kPatience(60'000);
+constexpr std::size_t kLogTail = 6'000;
+
+// When a round kills.
+enum class Moment { kAny, kFirstSave, kTwice, kSecondSave };
+
+// What one round has seen.
+struct Outcome {
+  std::string wrong;         // empty when all is right
+  bool in_time = false;      // the process was still running when it was killed
+  bool saved = false;        // the trailer had been written
+  bool handed_over = false;  // a connection had taken over a part of another's range
+  std::int64_t again = 0;    // bytes that were fetched and are not in the trailer
+};
+
+// One download: killed, looked at, completed. Threads: one.
+class KillRound {
+ public:
+  KillRound(std::string child_test, int number)
+      : m_test(std::move(child_test)),
+        m_moment(static_cast<Moment>(number % 4)),
+        m_body(kSize, static_cast<std::uint64_t>(number) + 1) {
+    // Two connections of every other download are faster, and take over what others have left.
+    if (number / 4 % 2 == 1) {
+      m_server.Serve("/slow/f", m_body).Times(3).Trickling(kBytesPerSecond);
+      m_server.Serve("/slow/f", m_body).Times(2).Trickling(kBytesPerSecond * 5);
+    }
+    m_server.Serve("/slow/f", m_body).Trickling(kBytesPerSecond);
+    m_server.Serve("/fast/f", m_body);
+  }
+
+  Outcome Run() {
+    if (m_moment == Moment::kTwice) {
+      KillAfter(Random(kAnyMoment / 2));
+      KillAfter(Random(kAnyMoment / 2));
+    } else if (m_moment == Moment::kAny) {
+      KillAfter(Random(kAnyMoment));
+    } else {
+      KillAroundSave(m_moment == Moment::kFirstSave ? kFirstSaveMs : kSecondSaveMs);
+    }
+    if (m_outcome.in_time && m_outcome.wrong.empty()) Complete();
+    return m_outcome;
+  }
+
+ private:
+  static milliseconds Random(int limit) {
+    static std::random_device device;
+    static std::mutex mutex;
+    const std::lock_guard guard(mutex);
+    return milliseconds(std::uniform_int_distribution(0, limit)(device));
+  }
+
+  [[nodiscard]] ChildProcess::Variables For(const std::string& path) const {
+    return {{kKillFolder, m_folder.path()}, {kKillUrl, m_server.Url(path)}};
+  }
+
+  void KillAfter(milliseconds delay) {
+    ChildProcess child(m_test, m_temp.path(), For("/slow/f"));
+    KillNow(child, delay);
+  }
+  // Counted from the first request for bytes.
+  void KillAroundSave(int save) {
+    ChildProcess child(m_test, m_temp.path(), For("/slow/f"));
+    while (RangesAskedFor("/slow/f").empty()) {
+      if (child.AwaitEnd(milliseconds(5)) != kChildHung) break;
+    }
+    KillNow(child, milliseconds(save) + Random(kSaveWindowMs));
+  }
+  void KillNow(ChildProcess& child, milliseconds delay) {
+    m_outcome.in_time = child.AwaitEnd(delay) == kChildHung;
+    child.Kill();
+    if (m_outcome.in_time) LookAtFile();
+  }
+
+  // What the dead process has left claims no byte that is not there.
+  void LookAtFile() {
+    m_missing = {{0, kSize}};
+    const std::wstring path = m_folder.File(L"f.~P2S");
+    const Trailer trailer = ReadTrailer(path, kSize);
+    m_outcome.saved = trailer.count > 0;
+    if (m_outcome.saved) {
+      if (trailer.count != kConnections || !ValidRecords(trailer.records, kSize)) {
+        m_outcome.wrong = "a trailer that is neither empty nor valid";
+        return;
+      }
+      m_missing = Merged(trailer.Missing());
+      std::int64_t named = 0;
+      for (const RangeRecord& record : trailer.records) named += record.length;
+      m_outcome.handed_over = named < kSize;
+    }
+    for (const Interval& claimed : Complement(m_missing, kSize)) {
+      m_outcome.wrong += FileDifference(path, m_body, claimed.begin, claimed.end);
+    }
+    m_outcome.again = BytesSent("/slow/f") - (kSize - BytesIn(m_missing));
+  }
+
+  void Complete() {
+    ChildProcess child(m_test, m_temp.path(), For("/fast/f"));
+    if (const int code = child.AwaitEnd(kPatience); code != 0) {
+      m_outcome.wrong = "the next process ended with " + std::to_string(code) +
+                        (m_outcome.saved ? ", a trailer was saved; " : "; ") + LastLog();
+      return;
+    }
+    m_outcome.wrong = FileDifference(m_folder.File(L"f"), m_body);
+    if (m_folder.Names() != std::vector<std::wstring>{L"f"}) m_outcome.wrong += " another file";
+    if (Merged(RangesAskedFor("/fast/f")) != m_missing) {
+      m_outcome.wrong += " the next process asked for other bytes than those that were missing";
+    }
+  }
+
+  // What the processes have logged; one that ended by itself has moved its log aside.
+  [[nodiscard]] std::string LastLog() const {
+    std::string all;
+    for (const std::wstring& name : m_temp.Names()) {
+      const std::string log = ReadFileBytes(m_temp.File(name));
+      all += "\n--- a log:\n" + log.substr(log.size() - std::min(log.size(), kLogTail));
+    }
+    return all;
+  }
+  [[nodiscard]] std::vector<Interval> RangesAskedFor(const std::string& path) const {
+    std::vector<Interval> asked;
+    for (const RecordedRequest& request : m_server.RequestsFor(path)) {
+      const std::optional<Interval> range = request.AskedRange();
+      if (range && *range != kProbe) asked.push_back(*range);
+    }
+    return asked;
+  }
+  [[nodiscard]] std::int64_t BytesSent(const std::string& path) const {
+    std::int64_t sum = 0;
+    for (const RecordedRequest& request : m_server.RequestsFor(path)) {
+      if (request.AskedRange() != kProbe) sum += request.body_bytes;
+    }
+    return sum;
+  }
+
+  const std::string m_test;
+  const Moment m_moment;
+  const Body m_body;
+  const TempFolder m_folder;
+  const TempFolder m_temp;
+  FaultServer m_server;
+  std::vector<Interval> m_missing{{0, kSize}};
+  Outcome m_outcome;
+};
+
+// Rounds until so many have killed a running process, several at a time.
+std::vector<Outcome> RunRounds(const std::string& child_test, int kills) {
+  std::mutex mutex;
+  std::vector<Outcome> outcomes;
+  std::atomic<int> begun{0};
+  const auto lane = [&] {
+    for (int number = begun++; number < kills; number = begun++) {
+      Outcome outcome;
+      while (!outcome.in_time) outcome = KillRound(child_test, number).Run();
+      const std::lock_guard guard(mutex);
+      outcomes.push_back(outcome);
+    }
+  };
+  std::vector<std::jthread> lanes;
+  for (int i = 0; i < kLanes; ++i) lanes.emplace_back(lane);
+  lanes.clear();
+  return outcomes;
+}
+
+void Print(const std::vector<Outcome>& outcomes) {
+  std::int64_t sum = 0;
+  std::int64_t most = 0;
+  for (const Outcome& outcome : outcomes) {
+    sum += outcome.again;
+    most = std::max(most, outcome.again);
+  }
+  const auto saved = std::ranges::count_if(outcomes, &Outcome::saved);
+  const auto handed_over = std::ranges::count_if(outcomes, &Outcome::handed_over);
+  const auto count = static_cast<std::int64_t>(outcomes.size());
+  std::printf(
+      "figures: %lld kills of a download of %lld bytes over six connections of %lld bytes "
+      "a second: %lld before the first save, %lld after one, %lld with ranges handed over\n",
+      static_cast<long long>(count), static_cast<long long>(kSize),
+      static_cast<long long>(kBytesPerSecond), static_cast<long long>(count - saved),
+      static_cast<long long>(saved), static_cast<long long>(handed_over));
+  std::printf("figures: bytes fetched again: %lld in all, %lld in the mean, %lld at most\n",
+              static_cast<long long>(sum), static_cast<long long>(sum / count),
+              static_cast<long long>(most));
+}
+
+}  // namespace
+
+void KillAndComplete(const std::string& child_test) {
+  const std::vector<Outcome> outcomes = RunRounds(child_test, LongRun() ? kLongKills : kShortKills);
+  for (const Outcome& outcome : outcomes) EXPECT_EQ(outcome.wrong, "");
+  // Else no trailer has been put to the proof.
+  EXPECT_TRUE(std::ranges::any_of(outcomes, &Outcome::saved));
+  Print(outcomes);
+}
+
+}  // namespace Tarnlo::test
