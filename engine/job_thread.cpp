@@ -19,8 +19,8 @@ constexpr int kAttempts = 2;
 
 std::uint32_t CDownloadManager::ThreadProc_DownloadMTR(void* job) {
   auto& self = *static_cast<CDownloadManager*>(job);
-  const CurrentJobScope scope(&self);
   const std::shared_ptr<os::Event> run = self.m_run_stop;
+  const CurrentJobScope scope(&self, *run);
   kLog(1);
   try {
     self.RunJob();

@@ -18,7 +18,8 @@ bool OperationGate::WaitForTurn() {
   const auto* job = dynamic_cast<const CDownloadManager*>(CurrentJob());
   if (job == nullptr) return m_mutex.Acquire(os::kForever);
   while (!m_mutex.Acquire(kLookMs)) {
-    if (job->IsStopping()) return false;
+    // The whole job, or this one of its workers.
+    if (job->IsStopping() || CurrentThreadIsStopped()) return false;
   }
   return true;
 }

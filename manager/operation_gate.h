@@ -9,7 +9,8 @@ namespace Tarnlo {
 
 // Held for the whole of an operation, the wait for a job's end included. A job that ends may itself
 // be waiting here, inside a callback of its host: it gives up when it is being stopped, so that the
-// operation that stops it need not outwait it.
+// operation that stops it need not outwait it. Once it has its turn it is not ended by force before
+// the operation is over.
 //
 // Threads: any.
 // Not recursive: no operation begins another.

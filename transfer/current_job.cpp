@@ -11,14 +11,25 @@ os::ThreadSlot& Slot() {
   return *slot;
 }
 
+const CurrentJobScope* CurrentScope() {
+  return static_cast<const CurrentJobScope*>(Slot().Get());
+}
+
 }  // namespace
 
 IWorkerOwner* CurrentJob() {
-  return static_cast<IWorkerOwner*>(Slot().Get());
+  const CurrentJobScope* const scope = CurrentScope();
+  return scope == nullptr ? nullptr : scope->m_job;
 }
 
-CurrentJobScope::CurrentJobScope(IWorkerOwner* job) {
-  Slot().Set(job);
+bool CurrentThreadIsStopped() {
+  const CurrentJobScope* const scope = CurrentScope();
+  return scope != nullptr && scope->m_stop.IsSet();
+}
+
+CurrentJobScope::CurrentJobScope(IWorkerOwner* job, const os::Event& stop)
+    : m_job(job), m_stop(stop) {
+  Slot().Set(this);
 }
 
 CurrentJobScope::~CurrentJobScope() {

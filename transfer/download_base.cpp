@@ -88,7 +88,7 @@ bool CDownloadBase::Download(std::int64_t start, std::int64_t length, std::int64
 // Nothing may leave the thread: whatever goes wrong is a failed run.
 std::uint32_t CDownloadBase::ThreadProc_Download(void* worker) {
   CDownloadBase& self = *static_cast<CDownloadBase*>(worker);
-  const CurrentJobScope scope(self.m_setup.owner);
+  const CurrentJobScope scope(self.m_setup.owner, self.m_hStopEvent);
   bool result = false;
   try {
     result = self.RunAttempts();

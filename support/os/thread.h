@@ -3,8 +3,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "support/os/handle.h"
+#include "support/os/held_locks.h"
 #include "support/os/wait.h"
 
 namespace Tarnlo::os {
@@ -23,14 +25,19 @@ class Thread {
   [[nodiscard]] bool IsRunning() const;
   // True when the thread has ended within the time (or there is none).
   bool WaitForEnd(std::uint32_t milliseconds) const;
-  // Ends it wherever it is, with exit code 0. It may have held a lock: only when all else failed.
+  // Ends it with exit code 0 wherever it is, but not while it holds a lock of this library: for
+  // that it is waited for, half a minute at most. Only when all else failed.
   void Terminate();
   void Close() { m_handle.Reset(); }
   [[nodiscard]] std::uint32_t id() const { return m_id; }
   [[nodiscard]] Waitable waitable() const { return Waitable{m_handle.get()}; }
 
  private:
+  // Waits until the thread may be ended. False when it has ended by itself.
+  bool AwaitNoLocks() const;
+
   KernelHandle m_handle;
+  std::shared_ptr<HeldLocks> m_held;
   std::uint32_t m_id = 0;
 };
 

@@ -8,6 +8,7 @@
 
 #include "support/os/clock.h"
 #include "support/os/thread.h"
+#include "tests/faults/faults.h"
 #include "tests/manager/manager_fixture.h"
 
 namespace Tarnlo {
@@ -64,6 +65,39 @@ TEST_F(SlowForcedEnd, WorkerThatDoesNotComeBackIsEndedAfterOneSecond) {
   EXPECT_GE(steady_clock::now() - begin, milliseconds(900));
   EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
   ExpectThatEverythingStillWorks();
+}
+
+// A worker's callback pauses another task, which takes its time, when the worker's own job ends its
+// workers since it cannot start them all.
+TEST_F(SlowForcedEnd, WorkerInsideAnOperationIsNotEndedBeforeTheOperationIsOver) {
+  constexpr std::uint32_t kSlowToStopMs = 3000;
+  std::atomic<bool> stopping_is_slow{false};
+  std::atomic<bool> asked{false};
+  std::atomic<int> answered{-1};
+  test::Faults faults;
+  m_callback.on_start = [&](std::int32_t id) {
+    if (id != 8) return;
+    stopping_is_slow = true;
+    os::SleepMs(kSlowToStopMs);
+  };
+  m_callback.on_stage = [&](std::int32_t id, std::int32_t worker, std::int32_t stage) {
+    if (id != 7) return;
+    if (worker == 0 && stage != 0 && !asked.exchange(true)) answered = m_manager->PauseTask(8);
+    if (worker == 1 && stage == 0 && answered < 0) {
+      while (!asked) os::SleepMs(1);
+      faults.Fail(os::Call::kThread);  // the one that is about to be started
+    }
+  };
+  ASSERT_EQ(Add(8, "/stalled"), 8);
+  while (!stopping_is_slow) os::SleepMs(1);
+  ASSERT_EQ(Add(7, "/f"), 7);
+  while (answered < 0) os::SleepMs(1);
+  EXPECT_EQ(answered, 1);
+  EXPECT_GE(faults.Failed(), 1);
+  EXPECT_EQ(m_manager->PauseTask(99), 1);  // nothing is held any more
+  EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  EXPECT_EQ(test::FileDifference(m_folder.File(L"f"), kBody), "");
+  EXPECT_EQ(os::ForcedEnds(), m_forced);
 }
 
 }  // namespace

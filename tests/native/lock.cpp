@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 
+#include "support/os/held_locks.h"
 #include "tests/native/kernel_mutex_object.h"
 #include "tests/native/sanitizer.h"
 
@@ -52,6 +53,7 @@ bool TryShared(State& state, std::uintptr_t& seen) {
 }  // namespace
 
 void Lock::Acquire() {
+  HeldLocks::Enter();
   const native::LockNote note(this, native::LockUse::kExclusive);
   State state(m_state);
   std::uintptr_t seen = state.Load();
@@ -73,9 +75,11 @@ void Lock::Release() {
   while (!state.Change(seen, 0)) {
   }
   state.WakeAll();
+  HeldLocks::Leave();
 }
 
 void Lock::AcquireShared() {
+  HeldLocks::Enter();
   const native::LockNote note(this, native::LockUse::kShared);
   State state(m_state);
   std::uintptr_t seen = state.Load();
@@ -92,24 +96,31 @@ void Lock::ReleaseShared() {
   while (!state.Change(seen, seen - kReader)) {
   }
   if (seen - kReader < kReader) state.WakeAll();
+  HeldLocks::Leave();
 }
 
 bool Lock::TryAcquireShared() {
+  HeldLocks::Enter();
   native::LockNote note(this, native::LockUse::kTryShared);
   State state(m_state);
   std::uintptr_t seen = state.Load();
-  return TryShared(state, seen) || note.Failed();
+  if (TryShared(state, seen)) return true;
+  HeldLocks::Leave();
+  return note.Failed();
 }
 
 KernelMutex::KernelMutex()
     : m_handle(native::HandleOf(std::make_unique<native::MutexObject>().release())) {}
 
 bool KernelMutex::Acquire(std::uint32_t milliseconds) {
-  return native::ObjectOf<native::MutexObject>(m_handle.get()).Acquire(milliseconds);
+  if (!native::ObjectOf<native::MutexObject>(m_handle.get()).Acquire(milliseconds)) return false;
+  HeldLocks::Enter();  // not before: the next one gets it from a thread that is ended here
+  return true;
 }
 
 void KernelMutex::Release() {
   native::ObjectOf<native::MutexObject>(m_handle.get()).Release();
+  HeldLocks::Leave();
 }
 
 }  // namespace Tarnlo::os

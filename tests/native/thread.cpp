@@ -10,6 +10,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "support/os/fault_point.h"
 #include "tests/native/kernel_mutex_object.h"
@@ -28,7 +29,8 @@ std::atomic<std::uint32_t> g_forced_ends{0};
 // A thread, signalled when it has ended. The thread refers to it as well as its handles do.
 class ThreadObject : public Signal {
  public:
-  ThreadObject(Thread::Entry entry, void* context) : m_entry(entry), m_context(context) {}
+  ThreadObject(Thread::Entry entry, void* context, std::shared_ptr<HeldLocks> locks)
+      : m_entry(entry), m_context(context), m_locks(std::move(locks)) {}
 
   bool Start(std::size_t stack_bytes);
   void Freeze();
@@ -42,6 +44,7 @@ class ThreadObject : public Signal {
 
   const Thread::Entry m_entry;
   void* const m_context;
+  const std::shared_ptr<HeldLocks> m_locks;
   HeldMutexes m_held;
   pthread_t m_thread{};
   std::atomic<std::uint32_t> m_id{0};
@@ -94,7 +97,9 @@ void* ThreadObject::Run(void* object) {
   t_current = &self;
   self.m_id.store(static_cast<std::uint32_t>(gettid()));
   self.m_started.Set();
+  HeldLocks::Adopt(self.m_locks.get());
   self.m_entry(self.m_context);
+  HeldLocks::Adopt(nullptr);
   {
     const std::lock_guard guard(self.m_end_mutex);
     t_current = nullptr;
@@ -131,9 +136,11 @@ HeldMutexes& HeldByThisThread() {
 }  // namespace native
 
 Thread Thread::Start(std::size_t stack_bytes, Entry entry, void* context) {
-  auto object = std::make_unique<native::ThreadObject>(entry, context);
+  auto held = std::make_shared<HeldLocks>();
+  auto object = std::make_unique<native::ThreadObject>(entry, context, held);
   Thread thread;
   if (Fails(Call::kThread) || !object->Start(stack_bytes)) return thread;
+  thread.m_held = std::move(held);
   thread.m_id = object->id();
   thread.m_handle.Reset(native::HandleOf(object.release()));
   return thread;
@@ -148,7 +155,7 @@ bool Thread::WaitForEnd(std::uint32_t milliseconds) const {
 }
 
 void Thread::Terminate() {
-  if (!valid()) return;
+  if (!valid() || !AwaitNoLocks()) return;
   native::g_forced_ends.fetch_add(1);
   native::ObjectOf<native::ThreadObject>(m_handle.get()).Freeze();
 }

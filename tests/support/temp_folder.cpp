@@ -10,7 +10,6 @@
 #include <windows.h>
 #endif
 
-#include "support/os/path_form.h"
 #include "tests/support/system.h"
 
 namespace Tarnlo::test {
@@ -31,10 +30,8 @@ fs::path MakeFreshFolder() {
 TempFolder::TempFolder() : m_path(MakeFreshFolder()) {}
 
 TempFolder::~TempFolder() {
-  // What a test made below may have paths of any length.
-  constexpr std::size_t kLongest = 2000;
   std::error_code ignored;
-  fs::remove_all(LocalPath(os::CallForm(path(), kLongest)), ignored);
+  fs::remove_all(m_path, ignored);
 }
 
 std::wstring TempFolder::path() const {

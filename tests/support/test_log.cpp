@@ -7,6 +7,8 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <random>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -24,8 +26,9 @@ fs::path g_folder;
 // The folder goes when the process ends; what the logger moves aside after that is a file or two.
 struct FolderOfThisProcess {
   FolderOfThisProcess() {
-    g_folder = fs::temp_directory_path() / ("tarnlo_test_" + ProcessNumber());
-    fs::remove_all(g_folder);
+    // Numbers come again, and what an earlier process left may be there.
+    g_folder = fs::temp_directory_path() /
+               ("tarnlo_test_" + ProcessNumber() + "_" + std::to_string(std::random_device()()));
     fs::create_directories(g_folder);
     PointTempFolderAt(g_folder);
     simpleLog::Start();

@@ -1,5 +1,6 @@
 #include "support/os/lock.h"
 
+#include "support/os/held_locks.h"
 #include "support/os/win32/windows_api.h"
 
 namespace Tarnlo::os {
@@ -15,30 +16,40 @@ SRWLOCK* Native(void*& state) {
 }  // namespace
 
 void Lock::Acquire() {
+  HeldLocks::Enter();
   AcquireSRWLockExclusive(Native(m_state));
 }
 void Lock::Release() {
   ReleaseSRWLockExclusive(Native(m_state));
+  HeldLocks::Leave();
 }
 void Lock::AcquireShared() {
+  HeldLocks::Enter();
   AcquireSRWLockShared(Native(m_state));
 }
 void Lock::ReleaseShared() {
   ReleaseSRWLockShared(Native(m_state));
+  HeldLocks::Leave();
 }
 bool Lock::TryAcquireShared() {
-  return TryAcquireSRWLockShared(Native(m_state)) != 0;
+  HeldLocks::Enter();
+  const bool acquired = TryAcquireSRWLockShared(Native(m_state)) != 0;
+  if (!acquired) HeldLocks::Leave();
+  return acquired;
 }
 
 KernelMutex::KernelMutex() : m_handle(CreateMutexW(nullptr, FALSE, nullptr)) {}
 
 bool KernelMutex::Acquire(std::uint32_t milliseconds) {
   const DWORD answer = WaitForSingleObject(m_handle.get(), milliseconds);
-  return answer == WAIT_OBJECT_0 || answer == WAIT_ABANDONED;
+  if (answer != WAIT_OBJECT_0 && answer != WAIT_ABANDONED) return false;
+  HeldLocks::Enter();  // not before: the next one gets it from a thread that is ended here
+  return true;
 }
 
 void KernelMutex::Release() {
   ReleaseMutex(m_handle.get());
+  HeldLocks::Leave();
 }
 
 }  // namespace Tarnlo::os

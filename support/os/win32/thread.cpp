@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "support/os/fault_point.h"
 #include "support/os/win32/windows_api.h"
@@ -16,17 +17,22 @@ std::atomic<std::uint32_t> g_forced_ends{0};
 struct StartContext {
   Thread::Entry entry;
   void* context;
+  std::shared_ptr<HeldLocks> held;
 };
 
 DWORD WINAPI RunEntry(void* parameter) {
   const StartContext start = *std::unique_ptr<StartContext>(static_cast<StartContext*>(parameter));
-  return start.entry(start.context);
+  HeldLocks::Adopt(start.held.get());
+  const DWORD code = start.entry(start.context);
+  HeldLocks::Adopt(nullptr);
+  return code;
 }
 
 }  // namespace
 
 Thread Thread::Start(std::size_t stack_bytes, Entry entry, void* context) {
-  auto start = std::make_unique<StartContext>(StartContext{entry, context});
+  auto held = std::make_shared<HeldLocks>();
+  auto start = std::make_unique<StartContext>(StartContext{entry, context, held});
   DWORD id = 0;
   Thread thread;
   if (Fails(Call::kThread)) return thread;
@@ -34,6 +40,7 @@ Thread Thread::Start(std::size_t stack_bytes, Entry entry, void* context) {
                                      STACK_SIZE_PARAM_IS_A_RESERVATION, &id));
   if (!thread.valid()) return thread;
   static_cast<void>(start.release());  // the new thread's from now on
+  thread.m_held = std::move(held);
   thread.m_id = id;
   return thread;
 }
@@ -47,7 +54,7 @@ bool Thread::WaitForEnd(std::uint32_t milliseconds) const {
 }
 
 void Thread::Terminate() {
-  if (!valid()) return;
+  if (!valid() || !AwaitNoLocks()) return;
   g_forced_ends.fetch_add(1);
   // Returns at once; what the thread uses may be freed only when it is really gone.
   if (TerminateThread(m_handle.get(), 0) != 0) WaitForSingleObject(m_handle.get(), kTerminationMs);
