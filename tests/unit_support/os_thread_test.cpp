@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <thread>
 #include <vector>
 
 #include "support/os/event.h"
+#include "support/os/lock.h"
 #include "support/os/thread.h"
 
 namespace Tarnlo::os {
@@ -70,6 +72,42 @@ TEST(OsThreadTest, ForcedEndEndsItWhereverItIsAndIsCounted) {
   thread.Terminate();
   EXPECT_EQ(ForcedEnds(), before + 1);
   EXPECT_TRUE(thread.WaitForEnd(0));
+}
+
+// Holds a lock until it is told to let go, and stays.
+struct Holder {
+  static std::uint32_t Run(void* context) {
+    auto& self = *static_cast<Holder*>(context);
+    {
+      const LockGuard guard(self.lock);
+      self.held.Set();
+      self.let_go.Wait(kForever);
+    }
+    self.leave.Wait(kForever);
+    return 0;
+  }
+  Lock lock;
+  Event held;
+  Event let_go;
+  Event leave;
+};
+
+TEST(OsThreadTest, ForcedEndWaitsForTheLocksOfTheThread) {
+  Holder holder;
+  Thread thread = Thread::Start(kStack, Holder::Run, &holder);
+  ASSERT_TRUE(holder.held.Wait(kLong));
+  const std::uint32_t before = ForcedEnds();
+  Event ended;
+  std::jthread ender([&] {
+    thread.Terminate();
+    ended.Set();
+  });
+  EXPECT_FALSE(ended.Wait(100));
+  EXPECT_EQ(ForcedEnds(), before);
+  holder.let_go.Set();
+  EXPECT_TRUE(ended.Wait(kLong / 2));
+  EXPECT_EQ(ForcedEnds(), before + 1);
+  const LockGuard guard(holder.lock);  // free again
 }
 
 TEST(OsThreadTest, ManyThreadsWithLargeStacksAreGranted) {
