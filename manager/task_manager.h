@@ -33,11 +33,13 @@ struct TaskReading {
 // Threads: any. Operations exclude each other for their whole run, which includes the end of a job
 // that is stopped: 5,000 ms at the most, and 1,000 ms for each thread that has to be ended by
 // force. Queries never wait for an operation: they find nothing while one is under way; they do not
-// exclude each other. An operation that stops or replaces a task is refused on that task's own
-// threads, where it would wait for itself, and changes nothing. On a thread of a task that is being
-// stopped an operation gives up waiting for its turn and is refused likewise. Lifetime: the
-// destructor stops every job, silently. The observer outlives it. Lock order: the gate, then the
-// table's lock, then a job's own locks. No lock is held while host code runs.
+// exclude each other.
+// An operation that stops or replaces a task is refused on that task's own threads, where it would
+// wait for itself, and changes nothing. On a thread of a task that is being stopped an operation
+// gives up waiting for its turn and is refused likewise.
+// Lifetime: the destructor stops every job, silently. The observer outlives it.
+// Lock order: the gate, then the table's lock, then a job's own locks. No lock is held while host
+// code runs.
 class CTaskManager {
  public:
   static constexpr std::size_t kTextCapacity = 2048;  // of URL and folder, terminator included
