@@ -17,7 +17,7 @@ constinit std::atomic<ThreadSlot*> g_slot{nullptr};
 
 ThreadSlot& MakeSlot() {
   alignas(ThreadSlot) static unsigned char storage[sizeof(ThreadSlot)];
-  static ThreadSlot* const slot = new (storage) ThreadSlot();
+  static auto* const slot = new (storage) ThreadSlot();
   return *slot;
 }
 

@@ -18,7 +18,7 @@ constexpr int kTries = 5;
 
 std::string UnusedName(int addresses) {
   static int number = 0;
-  const std::string name = "scene" + std::to_string(++number) + ".tarnlo.test";
+  std::string name = "scene" + std::to_string(++number) + ".tarnlo.test";
   EXPECT_TRUE(AddHost(name, CdnAddresses(addresses)));
   return name;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <map>
+#include <utility>
 
 #include "hosts/network_use.h"
 #include "tests/support/test_socket.h"
@@ -21,8 +22,8 @@ std::vector<std::string> CdnAddresses(int count) {
   return addresses;
 }
 
-Cdn::Cdn(int count, const std::string& name, std::uint16_t port)
-    : m_name(name), m_network(kNetworks.at(count)) {
+Cdn::Cdn(int count, std::string name, std::uint16_t port)
+    : m_name(std::move(name)), m_network(kNetworks.at(count)) {
   const NetworkUse network;
   const std::size_t addresses = os::ResolveName(m_name.c_str()).size();
   if (addresses != static_cast<std::size_t>(count)) {

@@ -22,7 +22,7 @@ class Cdn {
  public:
   explicit Cdn(int count) : Cdn(count, "cdn" + std::to_string(count) + ".tarnlo.test") {}
   // A name that has those addresses, and a port, of which 0 is any.
-  Cdn(int count, const std::string& name, std::uint16_t port = 0);
+  Cdn(int count, std::string name, std::uint16_t port = 0);
 
   // False with a line on stderr when the name does not have its addresses on this machine: the
   // tests run where tests/support/hosts is the hosts file.
