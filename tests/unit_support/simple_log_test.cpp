@@ -343,8 +343,9 @@ TEST(LogRestTest, LookIsFollowedByFiveMinutesAndOneInTheHourByTwoHoursMore) {
   };
   for (const Case& each : cases) {
     testing::internal::CaptureStdout();
-    EXPECT_EQ(simpleLog::RestAfter(each.look), each.rest_ms);
+    const std::uint32_t rest_ms = simpleLog::RestAfter(each.look);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), each.printed);
+    EXPECT_EQ(rest_ms, each.rest_ms);
   }
 }
 
