@@ -153,7 +153,7 @@ TEST(RangeStateTest, NoCutEverPassesAClaim) {
     std::mt19937 random(7);
     while (!done) {
       const std::int64_t length = range.length();
-      if (range.TryCut(length - static_cast<std::int64_t>(random() % 200))) ++accepted;
+      if (range.TryCut(length - 1 - static_cast<std::int64_t>(random() % 200))) ++accepted;
     }
   });
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
