@@ -105,12 +105,12 @@ void RenameToBackup(const std::wstring& file, std::wstring& name, const os::Loca
   name += L'-';
   AppendNumber(name, now.day, 2);
   const std::size_t dated = name.size();
-  for (int counter = 1;; ++counter) {
+  for (int counter = 0;;) {
     if (!IsThere(name) && os::RenameNew(file, name) != os::RenameNewResult::kTaken) return;
     if (counter == kMaxBackupCounter) return;
     name.resize(dated);
     name += L'.';
-    AppendNumber(name, counter, 1);
+    AppendNumber(name, ++counter, 1);
   }
 }
 
@@ -203,14 +203,19 @@ void simpleLog::StartBackups() {
 std::uint32_t simpleLog::RunBackups(void* logger) {
   auto& self = *static_cast<simpleLog*>(logger);
   for (std::uint32_t rest = 0; !self.m_stop.Wait(rest);) {
-    rest = kLookMs;
-    try {
-      if (self.m_initialised && self.BackUpWhenDue(os::LocalTimeNow())) rest += kAfterBackupMs;
-    } catch (const std::exception& error) {
-      std::printf("[simpleLog::Log] [dobackup] %s\n", error.what());
-    }
+    rest =
+        RestAfter([&self] { return self.m_initialised && self.BackUpWhenDue(os::LocalTimeNow()); });
   }
   return 0;
+}
+
+std::uint32_t simpleLog::RestAfter(const std::function<bool()>& look) {
+  try {
+    if (look()) return kAfterBackupMs + kLookMs;
+  } catch (const std::exception& error) {
+    std::printf("[simpleLog::Log] [dobackup] %s\n", error.what());
+  }
+  return kLookMs;
 }
 
 bool simpleLog::BackUpWhenDue(const os::LocalTime& now) {

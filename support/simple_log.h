@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "support/compiler.h"
@@ -52,6 +53,8 @@ class simpleLog {
   // One look of that thread: true when it is the hour for it, whether or not there was anything to
   // move; an empty file stays.
   bool BackUpWhenDue(const os::LocalTime& now);
+  // How long that thread rests after the look, which it takes; one that throws is printed.
+  static std::uint32_t RestAfter(const std::function<bool()>& look);
 
   [[nodiscard]] const std::string& path() const { return m_path; }
 

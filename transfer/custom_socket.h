@@ -38,6 +38,10 @@ class CCustomizeSocket {
   void Close();
 
   // One send for all; what the system does not take of it is not sent. Nothing to send is sent.
+  // A stop ends the wait for room. The send itself would block beyond the stop's reach, and only
+  // the forced end of its thread would end it, where the system has some room but not for all:
+  // not in the product, whose one send on a connection is a request that finds the system's empty
+  // buffer larger than itself.
   bool Send(const char* bytes, std::int32_t count);
   // In the system's code page, with the terminating zero, which goes on the wire too. Text of
   // `kMaxText` characters or more is refused.

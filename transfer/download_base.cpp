@@ -128,12 +128,13 @@ bool CDownloadBase::DownloadEnd(bool result) {
   constexpr StepLog step("DownloadEnd");
   step(1);
   m_bSucceeded = result;
-  ReleaseConnection();
+  // Closed before the table is told, which may find no memory for it.
+  const os::Ipv4Address address = TakeConnectedAddress();
+  const bool had_file = m_hFile.valid();
   m_Socket.Close();
-  if (m_hFile.valid()) {
-    step(2);
-    m_hFile.Close();
-  }
+  m_hFile.Close();
+  DownHostMgr::Shared().ReleaseHostIp(m_url.m_strHost, address);
+  if (had_file) step(2);
   return result;
 }
 
@@ -165,9 +166,12 @@ bool CDownloadBase::ConnectToHost() {
 
 // A connection that runs to its end is given back at each of the places that end it, as often as
 // it was taken: once before the request and once for it. A stopped one is given back once.
+os::Ipv4Address CDownloadBase::TakeConnectedAddress() {
+  return m_hStopEvent.IsSet() ? m_Socket.TakeIp() : m_Socket.ip();
+}
+
 void CDownloadBase::ReleaseConnection() {
-  const os::Ipv4Address address = m_hStopEvent.IsSet() ? m_Socket.TakeIp() : m_Socket.ip();
-  DownHostMgr::Shared().ReleaseHostIp(m_url.m_strHost, address);
+  DownHostMgr::Shared().ReleaseHostIp(m_url.m_strHost, TakeConnectedAddress());
 }
 
 bool CDownloadBase::GetRemoteSiteInfo() {

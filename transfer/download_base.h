@@ -112,6 +112,8 @@ class CDownloadBase {
   std::int64_t WriteToFile(const char* bytes, std::int32_t count);
   // Gives the connected address back to the host table.
   void ReleaseConnection();
+  // The address to give back; 0 for the next who asks, once the worker is stopped.
+  os::Ipv4Address TakeConnectedAddress();
   [[nodiscard]] bool IsNotifying() const;
 
   WorkerSetup m_setup;

@@ -1,6 +1,5 @@
 #include "transfer/download_http.h"
 
-#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -15,7 +14,7 @@ namespace Tarnlo {
 namespace {
 
 constexpr std::int32_t kChunkBytes = 20480;
-constexpr std::size_t kMaxHead = std::size_t{1024} * 1024;  // characters
+constexpr std::size_t kMaxHead = std::size_t{1024} * 1024;  // bytes
 
 // The bytes of "user:password" in the system's code page, encoded.
 std::wstring Base64EncodeCredentials(const std::wstring& text) {
@@ -74,7 +73,8 @@ bool CDownloadHttp::ReadHead(std::wstring& head, char* body, int* body_length) {
   constexpr StepLog step("CDownloadHttp SendRequest");
   constexpr std::string_view kEnd = "\r\n\r\n";
   const std::size_t begin = head.size();
-  while (head.size() - begin < kMaxHead) {
+  std::size_t taken = 0;  // bytes, which may be more than the characters they stand for
+  while (taken < kMaxHead) {
     step(4);
     std::array<char, kChunkBytes> chunk{};
     const std::int32_t count = m_Socket.Receive(chunk.data(), kChunkBytes);
@@ -83,8 +83,11 @@ bool CDownloadHttp::ReadHead(std::wstring& head, char* body, int* body_length) {
     const std::size_t chunk_begin = head.size();
     head += os::CodePageToWide(bytes, os::kAnsi);
     const std::size_t end = bytes.find(kEnd);
-    if (end == std::string_view::npos) continue;
-    if (chunk_begin - begin + end + kEnd.size() > kMaxHead) return false;
+    if (end == std::string_view::npos) {
+      taken += bytes.size();
+      continue;
+    }
+    if (taken + end + kEnd.size() > kMaxHead) return false;
     m_bBodyFollowsHead = head.find(kHeadEnd, begin) >= chunk_begin;
     if (body != nullptr && body_length != nullptr && *body_length > 0) {
       const std::string_view rest = bytes.substr(end + kEnd.size());

@@ -1,5 +1,6 @@
 #include "transfer/range_answer.h"
 
+#include <algorithm>
 #include <string>
 
 #include "support/text.h"
@@ -15,13 +16,14 @@ bool IsBlank(wchar_t character) {
 }
 
 // Cuts the next header off the front: its line and those that continue it, which begin with white
-// space.
+// space. A line ends at its line feed, with or without a carriage return before it, so that no
+// header hides behind a bare one.
 std::wstring TakeHeader(std::wstring_view& head) {
   std::wstring header;
   do {
-    const std::wstring_view line = head.substr(0, head.find(L"\r\n"));
-    header += line;
-    head.remove_prefix(line.size() < head.size() ? line.size() + 2 : line.size());
+    const std::wstring_view line = head.substr(0, head.find(L'\n'));
+    header += line.substr(0, line.size() - (line.ends_with(L'\r') ? 1 : 0));
+    head.remove_prefix(std::min(line.size() + 1, head.size()));
   } while (!head.empty() && IsBlank(head.front()));
   return header;
 }

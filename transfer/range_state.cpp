@@ -9,7 +9,6 @@ void RangeState::Assign(std::int64_t start, std::int64_t length, std::int64_t re
     const os::LockGuard guard(m_csRange);
     m_nRangeStart = start;
     m_nRangeLength = length;
-    m_taken_whole = false;
     m_nClaimed = received;
   }
   const os::LockGuard guard(m_csReceived);
@@ -20,21 +19,19 @@ void RangeState::Assign(std::int64_t start, std::int64_t length, std::int64_t re
 void RangeState::SetLength(std::int64_t length) {
   const os::LockGuard guard(m_csRange);
   m_nRangeLength = length;
-  m_taken_whole = false;
 }
 
 bool RangeState::TryCut(std::int64_t length) {
   const os::LockGuard guard(m_csRange);
-  if (m_nRangeLength < 1 || length > m_nRangeLength || length < m_nClaimed) return false;
+  if (length < 1 || length > m_nRangeLength || length < m_nClaimed) return false;
   m_nRangeLength = length;
-  m_taken_whole = length == 0;
   return true;
 }
 
 std::int64_t RangeState::Claim(std::int64_t position, std::int64_t wanted) {
   const os::LockGuard guard(m_csRange);
   std::int64_t room = wanted;
-  if (m_nRangeLength > 0 || m_taken_whole) {
+  if (m_nRangeLength > 0) {
     room = std::clamp<std::int64_t>(m_nRangeLength - position, 0, wanted);
   }
   m_nClaimed = position + room;

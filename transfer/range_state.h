@@ -25,7 +25,7 @@ class RangeState {
 
   void SetLength(std::int64_t length);
   // Ends the range earlier, at `length` from its start. False, and nothing changed, when the worker
-  // may already be taking bytes beyond. A range that nothing was taken of may be cut to 0.
+  // may already be taking bytes beyond. At least a byte stays, and an open end is not cut.
   bool TryCut(std::int64_t length);
 
   // Before a receive or a write of up to `wanted` bytes behind `position` (counted from the start):
@@ -52,7 +52,6 @@ class RangeState {
   std::int64_t m_nRangeStart GUARDED_BY(m_csRange) = 0;
   std::int64_t m_nRangeLength GUARDED_BY(m_csRange) = 0;
   std::int64_t m_nClaimed GUARDED_BY(m_csRange) = 0;
-  bool m_taken_whole GUARDED_BY(m_csRange) = false;  // cut to 0, which is not an open end then
   mutable os::Lock m_csReceived;
   std::int64_t m_nReceived GUARDED_BY(m_csReceived) = 0;
   std::int64_t m_nBuffered GUARDED_BY(m_csReceived) = 0;

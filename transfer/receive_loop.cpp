@@ -12,6 +12,7 @@
 namespace Tarnlo {
 namespace {
 
+constexpr char kMethod[] = "CDownloadBase RecvDataAndSaveToFile";
 constexpr std::int32_t kCollectionBytes = 409600;
 constexpr std::int32_t kFlushBytes = 368640;  // leaves room for one more receive
 constexpr std::int32_t kReceiveBytes = 20480;
@@ -60,7 +61,6 @@ class LoopEnd {
 
 bool CDownloadBase::RecvDataAndSaveToFile(CCustomizeSocket& socket, const char* leading,
                                           int count) {
-  constexpr char kMethod[] = "CDownloadBase RecvDataAndSaveToFile";
   LogInfo("%s 1: %ld", kMethod, Low32(m_range.received()));
   const LoopEnd loop_end(m_range);
   if (!WriteLeadingBytes(leading, count)) {
@@ -92,7 +92,6 @@ bool CDownloadBase::WriteLeadingBytes(const char* leading, int count) {
 
 // False when the file refused bytes.
 bool CDownloadBase::ReceiveBody(CCustomizeSocket& socket, char* collected) {
-  constexpr char kMethod[] = "CDownloadBase RecvDataAndSaveToFile";
   RateWatch rate;
   std::int32_t buffered = 0;
   std::int64_t written = m_range.received();

@@ -38,7 +38,7 @@ inline constexpr int kCalls = static_cast<int>(Call::kHead) + 1;
 #ifdef TARNLO_FAULTS
 // True when this call is to fail.
 bool Fails(Call call);
-// How long to wait instead.
+// How long a wait for a single event is to last instead.
 std::uint32_t ScaledWait(std::uint32_t milliseconds);
 #else
 // In the product no call is made to fail, and nothing of this is left.

@@ -43,7 +43,21 @@ Rule g_any;
 std::atomic<int> g_failed{0};
 std::atomic<int> g_last_failed{-1};
 std::atomic<std::uint32_t> g_divisor{1};
+std::atomic<std::uint32_t> g_watched_ms{os::kForever};
+std::atomic<std::uint32_t> g_watched_last_ms{os::kForever};
+std::atomic<int> g_waits{0};
 thread_local int t_without = 0;
+
+// False when it is not so within a minute.
+template <typename Condition>
+bool Await(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -58,6 +72,10 @@ bool os::Fails(Call call) {
 }
 
 std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
+  if (milliseconds != os::kForever && milliseconds == g_watched_ms && t_without == 0) {
+    ++g_waits;
+    return g_watched_last_ms;
+  }
   const std::uint32_t divisor = g_divisor.load(std::memory_order_relaxed);
   return milliseconds == kForever ? kForever : (milliseconds + divisor - 1) / divisor;
 }
@@ -75,6 +93,7 @@ Faults::Faults() {
 Faults::~Faults() {
   g_counting = false;
   g_divisor = 1;
+  g_watched_ms = os::kForever;
 }
 
 void Faults::Fail(os::Call call, int first, int times) {
@@ -89,6 +108,12 @@ void Faults::DivideWaits(std::uint32_t divisor) {
   g_divisor = divisor;
 }
 
+void Faults::WatchWaits(std::uint32_t milliseconds, std::uint32_t instead) {
+  g_waits = 0;
+  g_watched_last_ms = instead;
+  g_watched_ms = milliseconds;
+}
+
 int Faults::Calls() const {
   return g_any.calls;
 }
@@ -98,12 +123,15 @@ int Faults::Calls(os::Call call) const {
 }
 
 bool Faults::AwaitCalls(os::Call call, int count) const {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (Calls(call) < count) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
+  return Await([&] { return Calls(call) >= count; });
+}
+
+int Faults::Waits() const {
+  return g_waits;
+}
+
+bool Faults::AwaitWaits(int count) const {
+  return Await([&] { return Waits() >= count; });
 }
 
 int Faults::Failed() const {

@@ -7,8 +7,11 @@
 
 namespace Tarnlo::test {
 
-// While one exists, calls are counted and those it was told of fail; without one none does. The
-// log's own calls have no fault point.
+// While one exists, calls are counted and those it was told of fail; without one none does. A line
+// of the log is written by calls that have no fault point. The log's start and its look for a
+// backup make calls that have one (an event, a thread; a file's opening and size): the process's
+// log is started before one of these is made, and looks again only every five minutes, at the file
+// only in the last hour of a day.
 //
 // Threads: any. Lifetime: at most one at a time.
 class Faults {
@@ -25,12 +28,23 @@ class Faults {
   void FailAny(int nth);
   // Waits for a single event take a part of their time.
   void DivideWaits(std::uint32_t divisor);
+  // Counts the waits for a single event that are to last this long, from now on, and makes them
+  // last `instead`.
+  void WatchWaits(std::uint32_t milliseconds, std::uint32_t instead);
+  void WatchWaits(std::uint32_t milliseconds) { WatchWaits(milliseconds, milliseconds); }
 
   // Calls made since this was made, of all kinds or one, and how many of them failed.
   [[nodiscard]] int Calls() const;
   [[nodiscard]] int Calls(os::Call call) const;
   // Until so many of that kind were begun; false after a minute.
   [[nodiscard]] bool AwaitCalls(os::Call call, int count) const;
+  // Until so many more than now were begun: the first of those that follow each other has ended.
+  [[nodiscard]] bool AwaitMoreCalls(os::Call call, int count) const {
+    return AwaitCalls(call, Calls(call) + count);
+  }
+  // The watched waits that were begun; until there are so many, false after a minute.
+  [[nodiscard]] int Waits() const;
+  [[nodiscard]] bool AwaitWaits(int count) const;
   [[nodiscard]] int Failed() const;
   // The kind of the last one that failed; null when none did.
   [[nodiscard]] const char* LastFailed() const;

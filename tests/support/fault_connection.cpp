@@ -152,16 +152,18 @@ void FaultConnection::SendBody(const FaultScript& script, const Range& range, st
 }
 
 bool FaultConnection::SendBytes(const FaultScript& script, std::int64_t begin, std::int64_t end) {
-  auto block = static_cast<std::int64_t>(kBlock);
-  if (script.m_rate > 0) block = std::max<std::int64_t>(1, script.m_rate / 10);
-  std::vector<char> bytes(static_cast<std::size_t>(block));
-  while (begin < end) {
+  const std::int64_t rate = script.m_rate;
+  std::vector<char> bytes(std::max(kBlock, static_cast<std::size_t>(rate / 10 + 1)));
+  for (std::int64_t tenth = 0; begin < end; ++tenth) {
+    auto block = static_cast<std::int64_t>(kBlock);
+    // What is due in this tenth of a second, so that ten of them make the rate, whatever it is.
+    if (rate > 0) block = (tenth + 1) * rate / 10 - tenth * rate / 10;
     const auto count = static_cast<std::size_t>(std::min(block, end - begin));
     script.m_body.Fill(begin, bytes.data(), count);
     if (!SendAll(std::string_view(bytes.data(), count))) return false;
     begin += static_cast<std::int64_t>(count);
     CountBody(static_cast<std::int64_t>(count));
-    if (script.m_rate > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (rate > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   return !m_server.m_stopping;
 }

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "support/os/clock.h"
+#include "tests/faults/faults.h"
 #include "tests/support/full_listener.h"
 #include "tests/support/test_log.h"
 #include "tests/support/test_socket.h"
@@ -15,7 +17,9 @@
 namespace Tarnlo {
 namespace {
 
+using os::Call;
 using test::AddressOf;
+using test::Faults;
 using test::LogReader;
 using test::TestListener;
 using test::TestSocket;
@@ -154,18 +158,14 @@ TEST_F(CustomSocketTest, ClosedPeerIsSeenOnce) {
                                             "[INFO] CCustomizeSocket Receive err 1"}));
 }
 
-TEST_F(CustomSocketTest, ResetFailsAndLeavesTheConnectionToTheCaller) {
-  // A listener that goes resets the connections that it had not accepted yet.
-  std::optional<TestListener> listener(std::in_place, "127.0.0.1", std::uint16_t{0}, 8);
-  ASSERT_TRUE(m_socket.Connect(AddressOf("127.0.0.1"), listener->port()));
-  listener.reset();
+// As a reset does, which Wine shows as an orderly end.
+TEST_F(CustomSocketTest, ReceiveThatFailsLeavesTheConnectionToTheCaller) {
+  Connect();
+  ASSERT_EQ(m_peer.Send("x", 1), 1);
+  Faults faults;
+  faults.Fail(Call::kReceive);
   const LogReader log;
-  const int result = m_socket.Receive(m_buffer.data(), 10);
-  if (result == 0) {  // Wine shows a reset as an orderly end
-    EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Receive err 5"});
-    return;
-  }
-  EXPECT_EQ(result, -1);
+  EXPECT_EQ(m_socket.Receive(m_buffer.data(), 10), -1);
   EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Receive err 6"});
   EXPECT_TRUE(m_socket.connected());
   EXPECT_EQ(m_socket.ip(), AddressOf("127.0.0.1"));
@@ -183,7 +183,11 @@ TEST_F(CustomSocketTest, StopEndsAReceive) {
   os::Event stop;
   m_socket.SetStopEvent(&stop);
   const LogReader log;
-  std::jthread stopper([&] { stop.Set(); });
+  const Faults faults;
+  std::jthread stopper([&] {
+    EXPECT_TRUE(faults.AwaitCalls(Call::kWaitReadable, 2));  // a look at the event came between
+    stop.Set();
+  });
   const std::uint32_t begin = os::TickMs();
   EXPECT_EQ(m_socket.Receive(m_buffer.data(), 10), -1);
   EXPECT_LT(os::TickMs() - begin, 500U);
@@ -195,11 +199,53 @@ TEST_F(CustomSocketTest, StopEndsAConnect) {
   os::Event stop;
   m_socket.SetStopEvent(&stop);
   const LogReader log;
-  std::jthread stopper([&] { stop.Set(); });
+  const Faults faults;
+  std::jthread stopper([&] {
+    EXPECT_TRUE(faults.AwaitCalls(Call::kWaitWritable, 2));
+    stop.Set();
+  });
   const std::uint32_t begin = os::TickMs();
   EXPECT_FALSE(m_socket.Connect(AddressOf("127.0.0.1"), listener.port()));
   EXPECT_LT(os::TickMs() - begin, 500U);
   EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 6"});
+}
+
+TEST_F(CustomSocketTest, StopEndsASendThatFindsNoRoomWithoutALine) {
+  Connect();
+  os::Event stop;
+  m_socket.SetStopEvent(&stop);
+  const LogReader log;
+  const Faults faults;
+  std::atomic<int> before{0};  // waits before the send in progress
+  // Of the stop: how long the system goes on taking a little now and then is its own affair.
+  std::atomic<std::uint32_t> begin{0};
+  std::atomic<int> calls_at_stop{0};
+  std::jthread stopper([&](const std::stop_token& over) {
+    // Until it has waited in vain for a slice. The
+    // calls are read first: more of them than those before a later send cannot be meant.
+    for (bool waiting = true; waiting && !over.stop_requested(); std::this_thread::yield()) {
+      const int calls = faults.Calls(Call::kWaitWritable);
+      waiting = calls < before + 2;
+    }
+    begin = os::TickMs();
+    stop.Set();
+    calls_at_stop = faults.Calls(Call::kWaitWritable);
+  });
+  const std::string piece(1000, 'x');
+  bool sent = true;
+  for (int count = 0; sent && count < 100'000; ++count) {
+    before = faults.Calls(Call::kWaitWritable);
+    sent = m_socket.Send(piece.data(), static_cast<std::int32_t>(piece.size()));
+  }
+  const std::uint32_t end = os::TickMs();
+  stopper.request_stop();
+  stopper.join();
+  EXPECT_FALSE(sent);
+  // One may have been about to begin.
+  EXPECT_LE(faults.Calls(Call::kWaitWritable), calls_at_stop + 1);
+  EXPECT_LT(end - begin, 15'000U);
+  EXPECT_TRUE(m_socket.connected());
+  EXPECT_EQ(log.LinesOfThisThread(), Lines{});
 }
 
 TEST_F(CustomSocketTest, StopRefusesConnectAndSend) {

@@ -61,6 +61,19 @@ TEST(RangeAnswerTest, AContentRangeMayGoOnInTheNextLine) {
             RangeAnswer::kRefused);
 }
 
+TEST(RangeAnswerTest, HeaderBehindABareLineFeedIsRead) {
+  for (const wchar_t* before : {L"X: y\n", L"X: y\n\n", L"X: y\r\r\n", L"\n"}) {
+    const std::wstring head =
+        Partial(before + std::wstring(L"Content-Range: bytes 1-2/3\nY: z\r\n"));
+    EXPECT_EQ(AcceptRangeAnswer(head, 500, 500), RangeAnswer::kRefused) << before;
+    EXPECT_EQ(AcceptRangeAnswer(head, 1, 1), RangeAnswer::kAccepted) << before;
+  }
+  EXPECT_EQ(AcceptRangeAnswer(L"HTTP/1.1 206 OK\nContent-Range: bytes 1-2/3\r\n\r\n", 500, 500),
+            RangeAnswer::kRefused);
+  EXPECT_EQ(AcceptRangeAnswer(Partial(L"Content-Range: bytes\n\t500-9/10\r\n"), 7, 7),
+            RangeAnswer::kRefused);
+}
+
 TEST(RangeAnswerTest, NamesMatchWholeAndInAnyCase) {
   EXPECT_EQ(AcceptRangeAnswer(Partial(L"CONTENT-RANGE : bytes 1-2/3\r\n"), 500, 500),
             RangeAnswer::kRefused);

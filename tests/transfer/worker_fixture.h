@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <limits>
@@ -104,6 +105,16 @@ class WorkerTest : public testing::Test {
   static void AwaitEnd(const TestWorker& worker) {
     const std::array thread{worker.thread()};
     ASSERT_TRUE(os::WaitForAny(thread, 60'000).has_value());
+  }
+  // Until it is so; false when the worker ends first, or after half a minute.
+  template <typename Condition>
+  static bool AwaitWhileRunning(const TestWorker& worker, Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (worker.IsThreadRunning() && std::chrono::steady_clock::now() < end) {
+      if (condition()) return true;
+      std::this_thread::yield();
+    }
+    return condition();
   }
   // Stops the worker, which must not take half of what it is given.
   static void StopPromptly(TestWorker& worker) {

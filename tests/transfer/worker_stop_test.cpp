@@ -1,9 +1,13 @@
 // A stop finds a worker wherever it is, and ends it without force.
+#include "support/simple_log.h"
+#include "tests/faults/faults.h"
 #include "tests/support/full_listener.h"
 #include "tests/transfer/worker_fixture.h"
 
 namespace Tarnlo::test {
 namespace {
+
+using os::Call;
 
 class WorkerStopTest : public WorkerTest {
  protected:
@@ -28,7 +32,39 @@ class WorkerStopTest : public WorkerTest {
     EXPECT_EQ(Lines(lines.end() - static_cast<std::ptrdiff_t>(end.size()), lines.end()), end);
   }
 
+  // Waits until the worker waits for bytes behind the first `bytes`, and has looked at the stop
+  // event since.
+  bool AwaitStall(const TestWorker& worker, std::int64_t bytes) {
+    return m_gate.AwaitArrivals() &&
+           AwaitWhileRunning(
+               worker, [&] { return worker.received() + worker.range().buffered() == bytes; }) &&
+           m_faults.AwaitMoreCalls(Call::kWaitReadable, 2);
+  }
+  // Of a worker that logs every write among its steps.
+  void PrepareLoggingWrites(TestWorker& worker) {
+    Prepare(worker, "/f");
+    WorkerSetup setup = MakeSetup();
+    setup.progress = [](std::int32_t, std::int64_t received, std::int64_t, void*) {
+      LogInfo("received %ld", Low32(received));
+    };
+    worker.Configure(setup);
+  }
+  // The end of a worker that was stopped in a receive.
+  static Lines EndOfAStalled(int received) {
+    return {"[INFO] CCustomizeSocket Receive err 6",
+            "[WARN] CDownloadBase RecvDataAndSaveToFile 5",
+            "[INFO] received " + std::to_string(received),
+            "[INFO] CDownloadBase RecvDataAndSaveToFile 7",
+            "[INFO] ThreadProc_Download 4",
+            "[INFO] ThreadProc_Download 5",
+            "[INFO] received 0",  // as every failed attempt tells
+            "[INFO] ThreadProc_Download 6",
+            "[INFO] DownloadEnd 1",
+            "[INFO] DownloadEnd 2"};
+  }
+
   const Body m_file{1'000'000};
+  Faults m_faults;
   Gate m_gate;
   TestWorker m_worker;
 };
@@ -46,19 +82,12 @@ TEST_F(WorkerStopTest, WhileTheServerDoesNotAnswer) {
 
 TEST_F(WorkerStopTest, WhileTheBodyStallsWithWhatWasCollectedWritten) {
   m_server.Serve("/f", m_file).StallingAfter(50'000, m_gate);
-  const Lines lines = StopAt([&](const LogReader&) {
-    if (!m_gate.AwaitArrivals()) return false;
-    while (m_worker.GetRemainingBytes() > 950'000) std::this_thread::yield();
-    // What came together with the head is written already.
-    return m_worker.range().buffered() + m_worker.received() == 50'000;
-  });
-  // Stopped in the receive, or at the look at the event before the next one.
+  PrepareLoggingWrites(m_worker);
+  const Lines lines = StopAt([&](const LogReader&) { return AwaitStall(m_worker, 50'000); });
   EXPECT_EQ(m_worker.received(), 50'000);
   EXPECT_EQ(m_worker.range().buffered(), 0);
   EXPECT_EQ(FileDifference(Target(), m_file, 0, 50'000), "");
-  ExpectEnd(lines, {"[INFO] CDownloadBase RecvDataAndSaveToFile 7", "[INFO] ThreadProc_Download 4",
-                    "[INFO] ThreadProc_Download 5", "[INFO] ThreadProc_Download 6",
-                    "[INFO] DownloadEnd 1", "[INFO] DownloadEnd 2"});
+  ExpectEnd(lines, EndOfAStalled(50'000));
 }
 
 TEST_F(WorkerStopTest, WhileBytesAreFlowing) {
@@ -67,7 +96,7 @@ TEST_F(WorkerStopTest, WhileBytesAreFlowing) {
   const LogReader log;
   ASSERT_TRUE(m_worker.Download(0, kOpenEnd, 0));
   const std::uint32_t thread = m_worker.thread_id();
-  while (m_worker.received() < 2'000'000) std::this_thread::yield();
+  ASSERT_TRUE(AwaitWhileRunning(m_worker, [&] { return m_worker.received() >= 2'000'000; }));
   StopPromptly(m_worker);
   // Found at the look at the event or in the receive.
   const Lines lines = log.LinesOf(thread);
@@ -112,8 +141,8 @@ TEST_F(WorkerStopTest, WhileTheHeadTrickles) {
 
 TEST_F(WorkerStopTest, InThePauseBeforeTheSecondAttempt) {
   m_server.Serve("/f", m_file).WithStatus("404 Not Found");
-  const Lines lines =
-      StopAt([](const LogReader& log) { return log.Await("ThreadProc_Download 6"); });
+  m_faults.WatchWaits(100, 60'000);  // the pause, made long enough for any machine
+  const Lines lines = StopAt([&](const LogReader&) { return m_faults.AwaitWaits(1); });
   ExpectEnd(lines,
             {"[INFO] ThreadProc_Download 6", "[INFO] DownloadEnd 1", "[INFO] DownloadEnd 2"});
 }
@@ -151,12 +180,15 @@ TEST_F(WorkerStopTest, ProbeOnTheCallersThread) {
 TEST_F(WorkerStopTest, DestructionStops) {
   m_server.Serve("/f", m_file).StallingAfter(10, m_gate);
   auto worker = std::make_unique<TestWorker>();
-  Prepare(*worker, "/f");
+  PrepareLoggingWrites(*worker);
+  const LogReader log;
   ASSERT_TRUE(worker->Download(0, 1000, 0));
-  ASSERT_TRUE(m_gate.AwaitArrivals());
+  const std::uint32_t thread = worker->thread_id();
+  ASSERT_TRUE(AwaitStall(*worker, 10));
   const std::uint32_t begin = os::TickMs();
   worker.reset();
   EXPECT_LT(os::TickMs() - begin, kStopLimitMs / 2);
+  ExpectEnd(log.LinesOf(thread), EndOfAStalled(10));
 }
 
 // Random places, then random moments of a fast transfer: what is counted is in the file, and the
@@ -187,11 +219,11 @@ TEST_F(WorkerStopTest, ManyStopsAndContinuesGiveTheFile) {
     TestWorker worker;
     Prepare(worker, "/f");
     ASSERT_TRUE(worker.Download(0, m_file.size(), received));
-    while (m_file.size() - worker.GetRemainingBytes() < until && worker.IsThreadRunning()) {
-      std::this_thread::yield();
-    }
+    ASSERT_TRUE(AwaitWhileRunning(worker, [&] {
+      return m_file.size() - worker.GetRemainingBytes() >= std::min(until, m_file.size());
+    }));
     StopPromptly(worker);
-    ASSERT_GE(worker.received(), received);
+    ASSERT_GT(worker.received(), received);
     received = worker.received();
   }
   EXPECT_EQ(FileDifference(Target(), m_file), "");

@@ -403,7 +403,7 @@ TEST_F(WorkerRunTest, FailedWriteOfLeadingBytesEndsTheAttempt) {
   EXPECT_EQ(log.LinesOfThisThread(), (Lines{"[INFO] CDownloadBase RecvDataAndSaveToFile 1: 0",
                                             "[WARN] CDownloadBase RecvDataAndSaveToFile 2"}));
   EXPECT_EQ(m_worker.received(), 0);
-  EXPECT_TRUE(m_worker.TryCut(0));
+  EXPECT_TRUE(m_worker.TryCut(1));
 }
 
 TEST_F(WorkerRunTest, FailedWriteOfCollectedBytesLeavesNothingCounted) {
@@ -416,7 +416,7 @@ TEST_F(WorkerRunTest, FailedWriteOfCollectedBytesLeavesNothingCounted) {
   EXPECT_EQ(m_worker.received(), 0);
   EXPECT_EQ(m_worker.range().buffered(), 0);
   EXPECT_EQ(m_worker.GetRemainingBytes(), 1000);
-  EXPECT_TRUE(m_worker.TryCut(0));
+  EXPECT_TRUE(m_worker.TryCut(1));
 }
 
 // --- Assignment --------------------------------------------------------------------------------

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <regex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -283,7 +286,10 @@ TEST_F(LogBackupTest, LinesWrittenDuringBackupsAreAllKept) {
   std::jthread writer([this] {
     for (int line = 0; line < kLines; ++line) Write("line " + std::to_string(line));
   });
-  while (LinesIn(Written()).empty()) std::this_thread::yield();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (LinesIn(Written()).empty() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
   for (int i = 0; i < 20; ++i) m_log.BackUpWhenDue(At(23));
   writer.join();
   const std::regex whole(kTime + "line \\d+");
@@ -321,6 +327,26 @@ TEST_F(LogBackupTest, LoggerThatStartedBackupsMovesItsFileAtItsEndOnce) {
   EXPECT_TRUE(
       std::regex_match(WideToNarrow(names[1]), std::regex(R"(tarnlo\.log\.\d{4}-\d\d-\d\d)")));
   EXPECT_TRUE(AreLines(test::ReadFileBytes(m_temp.File(names[1])), {"line"}));
+}
+
+TEST(LogRestTest, LookIsFollowedByFiveMinutesAndOneInTheHourByTwoHoursMore) {
+  struct Case {
+    std::function<bool()> look;
+    std::uint32_t rest_ms;
+    std::string printed;
+  };
+  const Case cases[] = {
+      {[] { return false; }, 300'000, ""},
+      {[] { return true; }, 7'500'000, ""},
+      {[]() -> bool { throw std::runtime_error("no memory"); }, 300'000,
+       "[simpleLog::Log] [dobackup] no memory\n"},
+  };
+  for (const Case& each : cases) {
+    testing::internal::CaptureStdout();
+    const std::uint32_t rest_ms = simpleLog::RestAfter(each.look);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), each.printed);
+    EXPECT_EQ(rest_ms, each.rest_ms);
+  }
 }
 
 TEST(ProcessLogTest, ShorthandsWriteLevelThreadAndMessage) {
