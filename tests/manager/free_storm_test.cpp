@@ -136,7 +136,7 @@ class FreeStorm {
       Stop(id, [&] { return m_manager.PauseTask(id); });
     } else if (what < 85) {
       Stop(id, [&] { return m_manager.CancelTask(id); });
-    } else if (what < 88) {
+    } else if (what < 86) {
       CancelAll();
     } else {
       Look(id);
