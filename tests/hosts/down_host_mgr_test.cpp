@@ -507,7 +507,7 @@ TEST_F(SharedHostTest, TakingAndGivingBackAtOnceLosesNothing) {
     ++have_one;
     while (have_one < kThreads) std::this_thread::yield();
     m_hosts->ReleaseHostIp(name, first);
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 20'000; ++i) {
       const os::Ipv4Address x = m_hosts->AcquireHostIp(name, nullptr);
       const os::Ipv4Address y = m_hosts->AcquireHostIp(name, nullptr);
       m_hosts->ReleaseHostIp(name, y);
