@@ -37,7 +37,7 @@ std::uint32_t ProbeCdnFileSize(const std::wstring& url, const os::Event* stop) {
     kLog(2);
     return 0;
   }
-  LengthPoll poll{os::CrackUrl(url), {}, false, 3};
+  LengthPoll poll{os::CrackUrl(url, os::RoomFor::kHostPathAndQuery), {}, false, 3};
   for (const os::Ipv4Address address : ResolveHostAddresses(poll.url.host, stop)) {
     poll.addresses.insert(address);
   }

@@ -186,7 +186,7 @@ bool DownHostMgr::InitHost(const wchar_t* url, const os::Event* stop) {
     return false;
   }
   const auto pass = std::make_shared<Pass>();
-  pass->url = os::CrackUrl(url);
+  pass->url = os::CrackUrl(url, os::RoomFor::kAllParts);
   const std::optional<bool> known = m_table->UseHost(
       pass->url.host, stop, [](const AddressMap& addresses) { return !addresses.empty(); });
   if (known.value_or(false)) {

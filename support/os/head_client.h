@@ -14,8 +14,11 @@ struct CrackedUrl {
   std::wstring path;  // escaped, without the query
   std::uint16_t port = 0;
 };
-// A URL that the system cannot split gives empty texts and port 0.
-CrackedUrl CrackUrl(const std::wstring& url);
+// For which parts of the URL the caller has room, 511 characters each.
+enum class RoomFor { kAllParts, kHostPathAndQuery };
+// A URL that the system cannot split gives empty texts and port 0, and so does one with a part that
+// does not fit its room. Parts without room may have any length.
+CrackedUrl CrackUrl(const std::wstring& url, RoomFor room);
 
 struct HeadRequest {
   Ipv4Address address = 0;

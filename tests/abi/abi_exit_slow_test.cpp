@@ -11,10 +11,10 @@
 
 #include "tests/abi/host_record.h"
 #include "tests/abi/loaded_dll.h"
-#include "tests/abi/partial_file.h"
 #include "tests/abi/told_task.h"
 #include "tests/support/child_process.h"
 #include "tests/support/fault_server.h"
+#include "tests/support/partial_file.h"
 #include "tests/support/system.h"
 #include "tests/support/temp_folder.h"
 

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <set>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -73,59 +73,6 @@ class AbiTest : public testing::Test {
   test::FaultServer m_server;
   HostRecord& m_record = HostRecord::Get();
 };
-
-// --- The tables of the DLL
-
-const std::set<std::string> kExports = {"_ZN6Tarnlo10pause_taskEi",
-                                        "_ZN6Tarnlo11cancel_taskEi",
-                                        "_ZN6Tarnlo11create_taskEPKNS_4TaskE",
-                                        "_ZN6Tarnlo13continue_taskEi",
-                                        "_ZN6Tarnlo13get_all_tasksB5cxx11Ev",
-                                        "_ZN6Tarnlo13test_downloadEv",
-                                        "_ZN6Tarnlo15cancel_all_taskEv",
-                                        "_ZN6Tarnlo17set_callback_failEPFviNS_12NsResultEnumEE",
-                                        "_ZN6Tarnlo18set_callback_startEPFviE",
-                                        "_ZN6Tarnlo20set_callback_processEPFvixxiE",
-                                        "_ZN6Tarnlo21set_callback_completeEPFviE",
-                                        "_ZN6Tarnlo7CtarnloC1Ev",
-                                        "_ZN6Tarnlo7CtarnloC2Ev",
-                                        "_ZN6Tarnlo7ntarnloE",
-                                        "_ZN6Tarnlo8fntarnloEv"};
-
-TEST(TablesTest, ExportsAreTheInterfaceAndNothingElse) {
-  EXPECT_EQ(test::PeFile(test::FileOfModule(L"tarnlo.dll")).Exports(), kExports);
-}
-
-TEST(TablesTest, ImportsAreSystemLibrariesAlone) {
-  std::set<std::string> modules;
-  for (std::string name : test::PeFile(test::FileOfModule(L"tarnlo.dll")).ImportedModules()) {
-    for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    modules.insert(name);
-  }
-  EXPECT_EQ(modules, (std::set<std::string>{"KERNEL32.DLL", "MSVCRT.DLL", "USER32.DLL",
-                                            "VERSION.DLL", "WINHTTP.DLL", "WS2_32.DLL"}));
-}
-
-// "_ZN6Tarnlo10pause_taskEi" is the function pause_task.
-std::string PlainName(const std::string& decorated) {
-  std::size_t at = std::string("_ZN6Tarnlo").size();
-  const std::size_t length = std::stoul(decorated.substr(at));
-  at = decorated.find_first_not_of("0123456789", at);
-  return decorated.substr(at, length);
-}
-
-TEST(TablesTest, ApiPageHasASectionForEveryExportAndNoOther) {
-  const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
-  std::ifstream page(root / "docs" / "api.md");
-  ASSERT_TRUE(page.is_open());
-  std::set<std::string> sections;
-  for (std::string line; std::getline(page, line);) {
-    if (line.starts_with("### `")) sections.insert(line.substr(5, line.find('`', 5) - 5));
-  }
-  std::set<std::string> names;
-  for (const std::string& name : kExports) names.insert(PlainName(name));
-  EXPECT_EQ(sections, names);
-}
 
 // --- Before the first task
 
@@ -379,9 +326,7 @@ TEST_F(AbiTest, CallbackThatThrowsIsLoggedAndTheTaskGoesOn) {
   ExpectFile(L"f");
   std::ifstream log(std::filesystem::temp_directory_path() / "tarnlo.log");
   const std::string text{std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>()};
-  const std::size_t line = text.find(" - CBmgr callback err 1");
-  ASSERT_NE(line, std::string::npos);
-  EXPECT_NE(text.substr(0, line).rfind("[ERROR] "), std::string::npos);
+  EXPECT_TRUE(std::regex_search(text, std::regex(R"(\[ERROR\] \d+ - CBmgr callback err 1\r?\n)")));
 }
 
 TEST_F(AbiTest, CallbackThatSleepsDelaysItsOwnTaskAlone) {

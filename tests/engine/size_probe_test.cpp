@@ -37,9 +37,12 @@ class SizeProbeTest : public testing::Test {
     return size;
   }
   std::uint32_t ProbeUntilAnswers(std::ptrdiff_t answers) {
-    std::uint32_t size = Probe(m_cdn->Url("/f"));
+    return ProbeUntilAnswers(m_cdn->Url("/f"), answers);
+  }
+  std::uint32_t ProbeUntilAnswers(const std::wstring& url, std::ptrdiff_t answers) {
+    std::uint32_t size = Probe(url);
     for (int i = 1; i < kTries && std::ranges::count(m_steps, 5) != answers; ++i) {
-      size = Probe(m_cdn->Url("/f"));
+      size = Probe(url);
     }
     return size;
   }
@@ -65,6 +68,14 @@ TEST_F(SizeProbeTest, AddressThatRefusesDoesNotVote) {
   m_cdn->Close(0);
   EXPECT_EQ(ProbeUntilAnswers(1), 200u);
   EXPECT_EQ(m_steps, (Steps{1, 3, 4, 3, 4, 5, 6, 7}));
+}
+
+// Unlike the host table's pass, which has room of that size for every part.
+TEST_F(SizeProbeTest, UserAndPasswordMayHaveAnyLength) {
+  MakeCdn({100});
+  std::wstring url = m_cdn->Url("/f");
+  url.insert(url.find(L"//") + 2, std::wstring(600, L'u') + L":" + std::wstring(600, L'p') + L"@");
+  EXPECT_EQ(ProbeUntilAnswers(url, 1), 100u);
 }
 
 TEST_F(SizeProbeTest, NobodyAnswersAndTheSizeIsUnknown) {

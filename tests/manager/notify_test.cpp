@@ -5,30 +5,21 @@
 
 #include "manager/downloader_manager.h"
 #include "support/task_event.h"
+#include "tests/manager/all_events.h"
 #include "tests/manager/live_allocations.h"
 #include "tests/manager/recording_callback.h"
+#include "tests/manager/silent_callback.h"
 
 namespace Tarnlo {
 namespace {
 
 using test::LiveAllocations;
 using test::RecordingCallBack;
+using test::SendAllTypes;
 using Reports = std::vector<std::string>;
 
 class NotifyTest : public testing::Test {
  protected:
-  // One of each type, 0 to 7, of task 7; worker 3 where a worker sends it.
-  static void SendAllTypes(IObserver& observer) {
-    SendTextEvent(&observer, 7, kEventRemoteName, L"setup.exe");
-    SendEvent(&observer, kWholeJob, 7, kEventContentLength, 5'000'000'000);
-    SendEvent(&observer, kWholeJob, 7, kEventFinished, 0);
-    SendProgressEvent(&observer, 7, TaskProgress{7, 1000, 400, 2000});
-    SendEvent(&observer, 3, 7, kEventRangeLength, 100);
-    SendEvent(&observer, 3, 7, kEventRangeProgress, 60);
-    SendEvent(&observer, 3, 7, kEventBufferedBytes, 20);
-    SendEvent(&observer, kWholeJob, 7, kEventStarted, 0);
-  }
-
   RecordingCallBack m_callback;
   DownloaderManager m_manager;
 };
@@ -68,20 +59,8 @@ TEST_F(NotifyTest, NullEventIsPassedOver) {
   EXPECT_EQ(m_callback.Reports(), Reports{});
 }
 
-// A callback that keeps nothing, so that what is left on the heap is the manager's.
-class SilentCallBack final : public IDownloaderManagerCallBack {
- public:
-  void OnTaskMessage(std::int32_t, const std::wstring&) override {}
-  void OnTaskValue(std::int32_t, std::int64_t) override {}
-  void OnTaskProgress(std::int32_t, std::int64_t, std::int64_t, std::int32_t) override {}
-  void OnTaskComplete(std::int32_t, std::int32_t) override {}
-  void OnTaskFail(std::int32_t, NsResultEnum) override {}
-  void OnTaskStage(std::int32_t, std::int32_t, std::int32_t, std::int64_t) override {}
-  void OnTaskStart(std::int32_t) override {}
-};
-
 TEST_F(NotifyTest, EventsAndPayloadsAreFreedAfterTheCall) {
-  SilentCallBack callback;
+  test::SilentCallBack callback;
   m_manager.SetCallBack(&callback);
   const long long before = LiveAllocations();
   SendAllTypes(m_manager);
@@ -120,15 +99,9 @@ TEST_F(NotifyTest, NoWindowAndAMessageDeliverNothing) {
 }
 
 TEST_F(NotifyTest, CallbackThatThrowsLeavesNothingBehind) {
-  class ThrowingCallBack final : public IDownloaderManagerCallBack {
+  class ThrowingCallBack final : public test::SilentCallBack {
    public:
     void OnTaskMessage(std::int32_t, const std::wstring&) override { throw 1; }
-    void OnTaskValue(std::int32_t, std::int64_t) override {}
-    void OnTaskProgress(std::int32_t, std::int64_t, std::int64_t, std::int32_t) override {}
-    void OnTaskComplete(std::int32_t, std::int32_t) override {}
-    void OnTaskFail(std::int32_t, NsResultEnum) override {}
-    void OnTaskStage(std::int32_t, std::int32_t, std::int32_t, std::int64_t) override {}
-    void OnTaskStart(std::int32_t) override {}
   };
   ThrowingCallBack callback;
   m_manager.SetCallBack(&callback);

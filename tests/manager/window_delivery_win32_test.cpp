@@ -14,6 +14,7 @@
 
 #include "manager/downloader_manager.h"
 #include "support/task_event.h"
+#include "tests/manager/all_events.h"
 #include "tests/manager/live_allocations.h"
 #include "tests/manager/recording_callback.h"
 #include "tests/support/fault_server.h"
@@ -111,17 +112,6 @@ class HostWindow {
   std::thread m_thread;
 };
 
-void SendAllTypes(IObserver& observer) {
-  SendTextEvent(&observer, 7, kEventRemoteName, L"setup.exe");
-  SendEvent(&observer, kWholeJob, 7, kEventContentLength, 5'000'000'000);
-  SendEvent(&observer, kWholeJob, 7, kEventFinished, 11);
-  SendProgressEvent(&observer, 7, TaskProgress{7, 1000, 400, 2000});
-  SendEvent(&observer, 3, 7, kEventRangeLength, 100);
-  SendEvent(&observer, 3, 7, kEventRangeProgress, 60);
-  SendEvent(&observer, 3, 7, kEventBufferedBytes, 20);
-  SendEvent(&observer, kWholeJob, 7, kEventStarted, 0);
-}
-
 const std::vector<std::string> kAllTypes = {
     "0: -1 7 0 setup.exe", "0: -1 7 1 5000000000", "0: -1 7 2 11", "0: -1 7 3 7 1000 400 2000",
     "0: 3 7 4 100",        "0: 3 7 5 60",          "0: 3 7 6 20",  "0: -1 7 7 0"};
@@ -136,7 +126,7 @@ class WindowDeliveryTest : public testing::TestWithParam<bool> {
 TEST_P(WindowDeliveryTest, EveryTypeArrivesAsOneMessageThatTheWindowOwns) {
   ASSERT_NE(m_window.handle(), nullptr);
   m_manager.SetNotifyWindow(m_window.handle(), kMessage);
-  SendAllTypes(m_manager);
+  test::SendAllTypes(m_manager, kResultMd5Mismatch);
   EXPECT_EQ(m_window.Close(), kAllTypes);
 }
 
@@ -165,7 +155,7 @@ TEST_P(WindowDeliveryTest, MessageNumberZeroDeliversNothing) {
   m_manager.SetCallBack(&m_callback);
   m_manager.SetNotifyWindow(m_window.handle(), 0);
   const long long before = test::LiveAllocations();
-  SendAllTypes(m_manager);
+  test::SendAllTypes(m_manager);
   EXPECT_EQ(test::LiveAllocations(), before);
   EXPECT_EQ(m_callback.Reports(), std::vector<std::string>{});
   EXPECT_EQ(m_window.Close(), std::vector<std::string>{});

@@ -122,9 +122,18 @@ bool TakePort(std::wstring& host, std::uint16_t& port) {
   return true;
 }
 
+// Takes "user:password@" off the front; false when one of them does not fit its room.
+bool TakeUser(std::wstring& host, RoomFor room) {
+  const std::size_t at = host.rfind(L'@');
+  if (at == std::wstring::npos) return true;
+  const std::size_t user_end = std::min(host.find(L':'), at);
+  host.erase(0, at + 1);
+  return room != RoomFor::kAllParts || (user_end <= kMaxPart && at - user_end <= kMaxPart + 1);
+}
+
 }  // namespace
 
-CrackedUrl CrackUrl(const std::wstring& url) {
+CrackedUrl CrackUrl(const std::wstring& url, RoomFor room) {
   CrackedUrl parts;
   std::size_t begin = 0;
   if (url.starts_with(L"http://")) {
@@ -139,12 +148,10 @@ CrackedUrl CrackUrl(const std::wstring& url) {
   const std::size_t host_end = std::min(url.find_first_of(L"/?#", begin), url.size());
   const std::size_t path_end = std::min(url.find_first_of(L"?#", host_end), url.size());
   parts.host = url.substr(begin, host_end - begin);
-  const std::size_t at = parts.host.rfind(L'@');
-  if (at != std::wstring::npos) parts.host.erase(0, at + 1);
   parts.path = Escaped(url.substr(host_end, path_end - host_end));
-  if (!TakePort(parts.host, parts.port) || parts.host.empty() || parts.host.size() > kMaxPart ||
-      parts.host.find(L'\\') != std::wstring::npos || parts.path.size() > kMaxPart ||
-      url.size() - path_end > kMaxPart) {
+  if (!TakeUser(parts.host, room) || !TakePort(parts.host, parts.port) || parts.host.empty() ||
+      parts.host.size() > kMaxPart || parts.host.find(L'\\') != std::wstring::npos ||
+      parts.path.size() > kMaxPart || url.size() - path_end > kMaxPart) {
     return {};
   }
   return parts;

@@ -14,12 +14,11 @@
 #include <utility>
 #include <vector>
 
-#include "engine/resume_trailer.h"
 #include "tests/support/child_process.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/long_run.h"
+#include "tests/support/partial_file.h"
 #include "tests/support/temp_folder.h"
-#include "tests/support/trailer.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -115,22 +114,13 @@ class KillRound {
 
   // What the dead process has left claims no byte that is not there.
   void LookAtFile() {
-    m_missing = {{0, kSize}};
-    const std::wstring path = m_folder.File(L"f.~P2S");
-    const Trailer trailer = ReadTrailer(path, kSize);
-    m_outcome.saved = trailer.count > 0;
+    const PartialFile left(m_folder.File(L"f.~P2S"), m_body);
+    m_outcome.saved = left.saved();
+    m_missing = left.Missing();
     if (m_outcome.saved) {
-      if (trailer.count != kConnections || !ValidRecords(trailer.records, kSize)) {
-        m_outcome.wrong = "a trailer that is neither empty nor valid";
-        return;
-      }
-      m_missing = Merged(trailer.Missing());
-      std::int64_t named = 0;
-      for (const RangeRecord& record : trailer.records) named += record.length;
-      m_outcome.handed_over = named < kSize;
-    }
-    for (const Interval& claimed : Complement(m_missing, kSize)) {
-      m_outcome.wrong += FileDifference(path, m_body, claimed.begin, claimed.end);
+      m_outcome.wrong = left.Fault();
+      if (!m_outcome.wrong.empty()) return;
+      m_outcome.handed_over = left.InNoRecord() > 0;
     }
     m_outcome.again = BytesSent("/slow/f") - (kSize - BytesIn(m_missing));
   }

@@ -68,20 +68,22 @@ bool QueryLength(HINTERNET connection, const HeadRequest& request, std::uint32_t
 
 }  // namespace
 
-CrackedUrl CrackUrl(const std::wstring& url) {
+CrackedUrl CrackUrl(const std::wstring& url, RoomFor room) {
   std::array<std::array<wchar_t, kCrackBuffer>, 6> buffers{};
   URL_COMPONENTS parts{};
   parts.dwStructSize = sizeof(parts);
-  parts.lpszScheme = buffers[0].data();
-  parts.lpszHostName = buffers[1].data();
-  parts.lpszUserName = buffers[2].data();
-  parts.lpszPassword = buffers[3].data();
-  parts.lpszUrlPath = buffers[4].data();
-  parts.lpszExtraInfo = buffers[5].data();
-  parts.dwSchemeLength = parts.dwHostNameLength = parts.dwUserNameLength = kCrackBuffer;
-  parts.dwPasswordLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = kCrackBuffer;
+  parts.lpszHostName = buffers[0].data();
+  parts.lpszUrlPath = buffers[1].data();
+  parts.lpszExtraInfo = buffers[2].data();
+  parts.dwHostNameLength = parts.dwUrlPathLength = parts.dwExtraInfoLength = kCrackBuffer;
+  if (room == RoomFor::kAllParts) {
+    parts.lpszScheme = buffers[3].data();
+    parts.lpszUserName = buffers[4].data();
+    parts.lpszPassword = buffers[5].data();
+    parts.dwSchemeLength = parts.dwUserNameLength = parts.dwPasswordLength = kCrackBuffer;
+  }
   if (WinHttpCrackUrl(url.c_str(), 0, ICU_ESCAPE, &parts) == 0) return {};
-  return {buffers[1].data(), buffers[4].data(), parts.nPort};
+  return {buffers[0].data(), buffers[1].data(), parts.nPort};
 }
 
 HeadAnswer SendHead(const HeadRequest& request, std::atomic<HeadStage>* reached) {
