@@ -138,6 +138,7 @@ bool CDownloadManager::CreateProbe() {
 void CDownloadManager::Stop() {
   m_stopping = true;
   if (const std::shared_ptr<os::Event> event = StopEvent()) event->Set();
+  if (m_run_stop) m_run_stop->Set();  // of a run whose event a refused one has closed
   if (m_probe) m_probe->SignalStop();
   if (!m_job_thread.WaitForEnd(kStopLimitMs)) m_job_thread.Terminate();
   m_job_thread.Close();

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/pending_flush.h"
 #include "engine/worker_table.h"
 #include "support/os/event.h"
 #include "support/os/file.h"
@@ -27,7 +28,8 @@ namespace Tarnlo {
 //
 // Threads: one caller at a time configures, downloads and stops (the task manager's lock sees to
 // it); the job thread (`ThreadProc_DownloadMTR`) does the work; workers report through
-// `OnRangeProgress`; `Progress` and the flags may be read by any thread that keeps the job alive.
+// `OnRangeProgress`; `Progress` may be read by any thread while no call of the caller is under way,
+// the flags at any time.
 // Lifetime: the destructor stops. The stop event is made anew for each run and closed at its end.
 // The end of a run that is not stopped is told exactly once, after the file is closed and renamed
 // and after every other report. A stopped job leaves the temporary file with its trailer.
@@ -117,7 +119,7 @@ class CDownloadManager final : public IWorkerOwner {
   bool ReadRecords(os::File& file, std::int64_t size, std::uint32_t count);
   bool WriteDownloadInfo();
   void UpdateDownloadInfo();
-  void BeginFlush();
+  bool FlushAtEnd();
   void AwaitFlush();
   [[nodiscard]] bool HasTrailer() const;
   bool SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const;
@@ -155,11 +157,7 @@ class CDownloadManager final : public IWorkerOwner {
   // The job thread's own.
   bool m_restart = false;
   std::wstring m_target_path;
-  struct Flush {
-    os::Event done;
-    std::atomic<bool> succeeded{false};
-  };
-  std::shared_ptr<Flush> m_flush;              // the last one begun; shared with its thread
+  std::shared_ptr<PendingFlush> m_flush;       // the last one begun
   std::vector<RangeRecord> m_records_to_save;  // when that flush is done
   std::uint32_t m_save_tick = 0;
   std::uint32_t m_active_ranges = 0;  // as the trailer stores it; 0 when the table is cleared

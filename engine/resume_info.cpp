@@ -77,33 +77,21 @@ bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint3
   return true;
 }
 
-// A disk may take its time, and neither a stop nor a worker in need of work must wait for it.
-void CDownloadManager::BeginFlush() {
-  m_flush = std::make_shared<Flush>();
-  const bool started = StartDetached([flush = m_flush, path = GetTempFilePath()] {
-    {
-      os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
-                                     os::FileCreation::kOpenExisting);
-      flush->succeeded = file.valid() && file.Flush();
-    }
-    flush->done.Set();  // the file is closed
-  });
-  if (!started) m_flush->done.Set();
-}
-
-// A flush that an earlier attempt or run left behind still has the file open.
+// A flush that an earlier attempt, run or job left behind still has the file open.
 void CDownloadManager::AwaitFlush() {
   m_records_to_save.clear();
-  if (m_flush) WaitUnlessStopped(m_flush->done, m_run_stop.get(), kLongestFlushMs);
+  if (const std::shared_ptr<PendingFlush> flush = PendingFlush::Of(GetTempFilePath())) {
+    WaitUnlessStopped(flush->done(), m_run_stop.get(), kLongestFlushMs);
+  }
 }
 
 // While workers write: copies the records, has the data they claim flushed, and writes the trailer
 // when that is done; in between the trailer stays as it was.
 void CDownloadManager::UpdateDownloadInfo() {
-  const bool flushing = m_flush && !m_flush->done.IsSet();
+  const bool flushing = m_flush && !m_flush->done().IsSet();
   if (flushing) return;
   if (!m_records_to_save.empty()) {
-    if (m_flush->succeeded) {
+    if (m_flush->outcome() == PendingFlush::Outcome::kFlushed) {
       SaveTrailer(os::File::Open(GetTempFilePath(), os::FileAccess::kReadWrite,
                                  os::FileShare::kReadWrite, os::FileCreation::kOpenExisting),
                   m_records_to_save);
@@ -113,22 +101,34 @@ void CDownloadManager::UpdateDownloadInfo() {
   if (os::TickMs() - m_save_tick < kSaveIntervalMs || !HasTrailer()) return;
   m_save_tick = os::TickMs();
   m_records_to_save = m_table.Records();
-  BeginFlush();
+  m_flush = PendingFlush::Begin(GetTempFilePath());
 }
 
 // The end of an attempt does not wait for a slow disk for long: what the disk has not taken by then
-// is in the system's hands, which keep it unless the power fails.
+// is in the system's hands, which keep it unless the power fails. Bytes that the disk refused are
+// not claimed.
 bool CDownloadManager::WriteDownloadInfo() {
   if (!m_probe) return false;
   if (!HasTrailer()) return true;
   m_records_to_save.clear();
-  if (!m_flush || m_flush->done.Wait(kFlushAtEndMs)) {
-    BeginFlush();
-    if (m_flush->done.Wait(kFlushAtEndMs) && !m_flush->succeeded) return false;
-  }
   const std::vector<RangeRecord> records = m_table.Records();
   if (m_active_ranges == 0 || records.empty()) return false;
+  if (!FlushAtEnd()) return false;
   return SaveTrailer(OpenPatiently(GetTempFilePath(), *m_run_stop), records);
+}
+
+// False when the disk refused.
+bool CDownloadManager::FlushAtEnd() {
+  const std::uint32_t begin = os::TickMs();
+  const auto left_ms = [begin] {
+    const std::uint32_t elapsed = os::TickMs() - begin;
+    return elapsed < kFlushAtEndMs ? kFlushAtEndMs - elapsed : 0;
+  };
+  if (!m_flush || m_flush->done().Wait(left_ms())) {
+    m_flush = PendingFlush::Begin(GetTempFilePath());
+    m_flush->done().Wait(left_ms());
+  }
+  return m_flush->outcome() != PendingFlush::Outcome::kRefused;
 }
 
 bool CDownloadManager::HasTrailer() const {

@@ -3,25 +3,20 @@
 #include "support/os/file.h"
 
 namespace Tarnlo {
-namespace {
 
-SizedFileResult LayOut(const std::wstring& path, std::int64_t size) {
+// Only what was made here is taken away again: a file that could not be replaced stays.
+SizedFileResult CreateSizedFile(const std::wstring& path, std::int64_t size) {
+  if (path.empty()) return SizedFileResult::kNoName;
+  os::RemoveFile(path);
   os::File file = os::File::Open(path, os::FileAccess::kWrite, os::FileShare::kNone,
                                  os::FileCreation::kCreateNew);
   if (!file.valid()) return SizedFileResult::kNotCreated;
   if (size < 1) return SizedFileResult::kDone;
-  if (!file.Seek(size)) return SizedFileResult::kNotCreated;
-  return file.SetEnd() ? SizedFileResult::kDone : SizedFileResult::kNotExtended;
-}
-
-}  // namespace
-
-SizedFileResult CreateSizedFile(const std::wstring& path, std::int64_t size) {
-  if (path.empty()) return SizedFileResult::kNoName;
+  const bool positioned = file.Seek(size);
+  if (positioned && file.SetEnd()) return SizedFileResult::kDone;
+  file.Close();
   os::RemoveFile(path);
-  const SizedFileResult result = LayOut(path, size);
-  if (result != SizedFileResult::kDone) os::RemoveFile(path);
-  return result;
+  return positioned ? SizedFileResult::kNotExtended : SizedFileResult::kNotCreated;
 }
 
 }  // namespace Tarnlo

@@ -172,6 +172,27 @@ TEST_F(FinishFaultTest, RenameThatIsRefusedFourTimesInBothAttemptsIs9AndCostsNoB
   EXPECT_EQ(m_faults.Calls(Call::kRename), 9);
 }
 
+// A file that is held when its data is to be flushed has its trailer written all the same.
+TEST_F(FinishFaultTest, RenameThatIsRefusedAndAFlushThatCannotOpenTheFileCostNoByte) {
+  m_faults.Fail(Call::kRename, 1, 4);
+  AtTheEnd([&] { m_faults.Fail(Call::kOpenFile, 2); });  // the first is the cut's
+  EXPECT_EQ(Run(), kResultSuccess);
+  EXPECT_EQ(m_faults.Failed(), 5);
+  const std::string lines = JobLines();
+  EXPECT_NE(lines.find("F2 F3 F4 F5 F6 F16 T19 T22x3 T6 "), std::string::npos) << lines;
+  EXPECT_EQ(RangesAskedFor().size(), 6u);
+  ExpectTarget();
+}
+
+TEST_F(FinishFaultTest, NoThreadForTheFlushCostsNoByte) {
+  m_faults.Fail(Call::kRename, 1, 4);
+  AtTheEnd([&] { m_faults.Fail(Call::kThread); });
+  EXPECT_EQ(Run(), kResultSuccess);
+  EXPECT_EQ(m_faults.Failed(), 5);
+  EXPECT_EQ(RangesAskedFor().size(), 6u);
+  ExpectTarget();
+}
+
 TEST_F(FinishFaultTest, RenameThatSucceedsTheFourthTimeIsAFinishedFile) {
   m_faults.Fail(Call::kRename, 1, 3);
   EXPECT_EQ(Run(), kResultSuccess);

@@ -30,6 +30,13 @@ TEST_F(RefusedCallTest, SizedFileThatCannotBeCreatedIsNotThere) {
   EXPECT_TRUE(m_temp.Names().empty());
 }
 
+TEST_F(RefusedCallTest, FileThatCannotBeReplacedStays) {
+  test::WriteFileBytes(m_path, "old");
+  m_faults.Fail(Call::kRemoveFile);
+  EXPECT_EQ(CreateSizedFile(m_path, 100), SizedFileResult::kNotCreated);
+  EXPECT_EQ(test::ReadFileBytes(m_path), "old");
+}
+
 TEST_F(RefusedCallTest, SizedFileWhoseEndIsNotReachedIsNotThere) {
   m_faults.Fail(Call::kSeek);
   EXPECT_EQ(CreateSizedFile(m_path, 100), SizedFileResult::kNotCreated);
