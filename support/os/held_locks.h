@@ -19,6 +19,8 @@ class HeldLocks {
   static void Enter();
   static void Leave();
 
+  // Whether it holds any.
+  [[nodiscard]] bool Any() const { return m_count.load() > 0; }
   // True when the thread holds nothing and will not get anything any more: it may be ended.
   bool Doom();
 

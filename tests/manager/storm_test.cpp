@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
-#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -18,8 +17,7 @@
 #include "manager/downloader_manager.h"
 #include "support/os/clock.h"
 #include "support/os/thread.h"
-#include "tests/manager/silent_callback.h"
-#include "tests/manager/usage.h"
+#include "tests/manager/live_allocations.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/temp_folder.h"
@@ -28,9 +26,8 @@ namespace Tarnlo {
 namespace {
 
 constexpr int kThreads = 8;
-constexpr int kIdsPerThread = 4;
-constexpr int kSharedIds = 8;  // that all threads work on, the last ones
-constexpr int kIds = kThreads * kIdsPerThread + kSharedIds;
+constexpr int kIdsPerThread = 5;
+constexpr int kIds = kThreads * kIdsPerThread;
 constexpr int kOperations = 2000;
 constexpr std::int64_t kSize = 300'000;
 constexpr std::int64_t kBytesPerSecond = 100'000;  // of one connection
@@ -40,53 +37,18 @@ std::string PathOf(std::int32_t id) {
   return path += std::to_string(id);
 }
 
-enum class Kind { kNone, kGood, kMissing, kRefused };  // none: not in the table
-
 // What a task has told since it was last started, and whether it may tell anything at all.
 //
 // Threads: any.
 class Witness {
  public:
-  // A task of that kind is about to take the place of the one that is there, if any, which may go
-  // on telling until the new one starts.
-  void Replace(Kind next) {
-    const std::lock_guard guard(m_mutex);
-    m_open = true;
-    m_next = next;
-    m_next_may_run = false;
-  }
-  // The old one is gone.
-  void Replaced() {
-    const std::lock_guard guard(m_mutex);
-    if (m_next) m_kind = *m_next;
-    m_may_start_again = m_next && m_next_may_run;  // who started was the one or the other
-    if (m_next && !m_next_may_run) m_running = false;
-    m_next.reset();
-  }
-  // Continued.
-  void Open() {
-    const std::lock_guard guard(m_mutex);
-    m_open = true;
-  }
+  void Open() { m_open = true; }
   // Whoever stopped the task has had the answer: nothing may come any more.
-  void Close() {
-    const std::lock_guard guard(m_mutex);
-    m_open = false;
-    m_running = false;
-    m_may_start_again = false;
-  }
+  void Close() { m_open = false; }
 
   void Start() {
     const std::lock_guard guard(m_mutex);
     Expect(m_open, "started though stopped");
-    if (m_running && m_next) {  // the new one, for the old one had started
-      m_kind = *m_next;
-      m_next.reset();
-    } else {
-      Expect(!m_running || m_may_start_again, "started while it runs");
-      m_may_start_again = false;
-      m_next_may_run = true;
-    }
     m_running = true;
     m_downloaded = 0;
   }
@@ -98,12 +60,11 @@ class Witness {
     Expect(downloaded >= m_downloaded && downloaded <= kSize, "progress out of order");
     m_downloaded = downloaded;
   }
-  void End(std::int32_t result) {
+  void End(std::int32_t result, std::int32_t expected) {
     const std::lock_guard guard(m_mutex);
     Expect(m_open, "ended though stopped");
     Expect(m_running, "ended without a start, or twice");
-    Expect(result == ResultOf(m_kind) || (m_next && result == ResultOf(*m_next)),
-           "ended in another way");
+    EXPECT_EQ(result, expected);
     m_running = false;
     ++m_ends;
   }
@@ -111,41 +72,45 @@ class Witness {
 
  private:
   static void Expect(bool holds, const char* otherwise) { EXPECT_TRUE(holds) << otherwise; }
-  static std::int32_t ResultOf(Kind kind) {
-    return kind == Kind::kGood ? kResultSuccess : kResultNoRemoteInfo;
-  }
 
+  std::atomic<bool> m_open{false};
   std::mutex m_mutex;
-  bool m_open = false;
-  Kind m_kind = Kind::kNone;
-  std::optional<Kind> m_next;  // while it takes the old one's place and is not known to tell
-  bool m_next_may_run = false;
-  bool m_may_start_again = false;
   bool m_running = false;
   std::int64_t m_downloaded = 0;
   std::atomic<int> m_ends{0};
 };
 
-class Witnesses final : public test::SilentCallBack {
+enum class Kind { kNone, kGood, kMissing, kRefused };  // none: not in the table
+
+class Witnesses final : public IDownloaderManagerCallBack {
  public:
   Witness& Of(std::int32_t id) { return m_witnesses.at(static_cast<std::size_t>(id)); }
+  // What the task is, told before it can report.
+  void SetKind(std::int32_t id, Kind kind) { m_kinds.at(static_cast<std::size_t>(id)) = kind; }
 
+  void OnTaskMessage(std::int32_t, const std::wstring&) override {}
   void OnTaskValue(std::int32_t, std::int64_t value) override { EXPECT_EQ(value, kSize); }
   void OnTaskProgress(std::int32_t id, std::int64_t downloaded, std::int64_t total,
                       std::int32_t) override {
     Of(id).Progress(downloaded, total);
   }
-  void OnTaskComplete(std::int32_t id, std::int32_t) override { Of(id).End(kResultSuccess); }
-  void OnTaskFail(std::int32_t id, NsResultEnum result) override { Of(id).End(result); }
+  void OnTaskComplete(std::int32_t id, std::int32_t) override { End(id, kResultSuccess); }
+  void OnTaskFail(std::int32_t id, NsResultEnum result) override { End(id, result); }
+  void OnTaskStage(std::int32_t, std::int32_t, std::int32_t, std::int64_t) override {}
   void OnTaskStart(std::int32_t id) override { Of(id).Start(); }
 
  private:
+  void End(std::int32_t id, std::int32_t result) {
+    const bool good = m_kinds.at(static_cast<std::size_t>(id)) == Kind::kGood;
+    Of(id).End(result, good ? kResultSuccess : kResultNoRemoteInfo);
+  }
+
   std::array<Witness, kIds + 1> m_witnesses;
+  std::array<std::atomic<Kind>, kIds + 1> m_kinds{};
 };
 
-// One task as it must be. Threads: whoever holds its mutex calls for it, and knows the answer.
+// One task as its thread knows it.
 struct Model {
-  std::mutex mutex;
   Kind kind = Kind::kNone;
   bool stopped = false;  // and not continued since
 };
@@ -189,32 +154,23 @@ class Storm {
     return name += std::to_wstring(id);
   }
 
-  // One of the thread's own or of those that all share.
-  static std::int32_t Draw(std::mt19937& random, int thread) {
-    const auto below = [&random](int count) {
-      return static_cast<std::int32_t>(random() % static_cast<unsigned>(count));
-    };
-    return 1 + (below(2) == 0 ? thread * kIdsPerThread + below(kIdsPerThread)
-                              : kThreads * kIdsPerThread + below(kSharedIds));
-  }
   void Run(int thread, int operations) {
     std::mt19937 random(static_cast<unsigned>(thread) + 1);
     for (int i = 0; i < operations; ++i) {
-      const std::int32_t id = Draw(random, thread);
+      const auto id = static_cast<std::int32_t>(thread * kIdsPerThread + 1 +
+                                                static_cast<int>(random() % kIdsPerThread));
       Model& model = m_models.at(static_cast<std::size_t>(id));
-      const bool cancels = random() % 2 == 0;
-      const std::lock_guard guard(model.mutex);
       switch (random() % 12) {
         case 0:
         case 1:
         case 2:
-          Add(id, model, Kind::kGood, cancels);
+          AddGood(id, model);
           break;
         case 3:
-          Add(id, model, Kind::kMissing, cancels);
+          AddMissing(id, model);
           break;
         case 4:
-          AddRefused(id, model, cancels);
+          AddRefused(id, model, random() % 2 == 0);
           break;
         case 5:
         case 6:
@@ -234,25 +190,29 @@ class Storm {
     }
   }
 
-  std::int32_t AddUrl(std::int32_t id, const std::wstring& url) {
+  std::int32_t Add(std::int32_t id, const std::wstring& url) {
     return m_manager.AddTask(url.c_str(), m_folder.path().c_str(), L"", id, L"", L"", 0);
   }
-  void Add(std::int32_t id, Model& model, Kind kind, bool cancels) {
-    if (cancels) Cancel(id, model);
-    Witness& witness = m_witnesses.Of(id);
-    witness.Replace(kind);
-    EXPECT_EQ(AddUrl(id, m_server.Url(kind == Kind::kGood ? PathOf(id) : "/missing")), id);
-    witness.Replaced();
-    model.kind = kind;
-    model.stopped = false;
+  void AddGood(std::int32_t id, Model& model) {
+    Cancel(id, model);  // so that the reports of the one before cannot be taken for this one's
+    m_witnesses.SetKind(id, Kind::kGood);
+    m_witnesses.Of(id).Open();
+    EXPECT_EQ(Add(id, m_server.Url(PathOf(id))), id);
+    model = {Kind::kGood, false};
+  }
+  void AddMissing(std::int32_t id, Model& model) {
+    Cancel(id, model);
+    m_witnesses.SetKind(id, Kind::kMissing);
+    m_witnesses.Of(id).Open();
+    EXPECT_EQ(Add(id, m_server.Url("/missing")), id);
+    model = {Kind::kMissing, false};
   }
   // An empty URL takes the old task's place and is not started; one that is too long does nothing.
   void AddRefused(std::int32_t id, Model& model, bool empty) {
-    EXPECT_EQ(AddUrl(id, empty ? std::wstring() : std::wstring(2048, L'u')), -1);
+    EXPECT_EQ(Add(id, empty ? std::wstring() : std::wstring(2048, L'u')), -1);
     if (!empty) return;
     m_witnesses.Of(id).Close();
-    model.kind = Kind::kRefused;
-    model.stopped = false;
+    model = {Kind::kRefused, false};
   }
   void Pause(std::int32_t id, Model& model) {
     EXPECT_EQ(m_manager.PauseTask(id), 1);
@@ -270,8 +230,7 @@ class Storm {
   void Cancel(std::int32_t id, Model& model) {
     EXPECT_EQ(m_manager.CancelTask(id), 1);
     m_witnesses.Of(id).Close();
-    model.kind = Kind::kNone;
-    model.stopped = false;
+    model = {};
   }
   void Look(std::int32_t id) {
     TaskProgressInfo info{};
@@ -285,9 +244,25 @@ class Storm {
   test::TempFolder m_folder;
   test::FaultServer m_server;
   Witnesses m_witnesses;
-  std::array<Model, kIds + 1> m_models;
+  std::array<Model, kIds + 1> m_models;  // each its thread's, then the main thread's
   DownloaderManager m_manager;
 };
+
+struct Usage {
+  int handles = test::OpenHandles();
+  int threads = test::RunningThreads();
+  long long allocations = test::LiveAllocations();
+};
+
+// Threads that were left behind to end by themselves get the time they need.
+Usage AwaitUsageOf(const Usage& before) {
+  Usage now;
+  for (int i = 0; i < 1000 && (now.threads > before.threads || now.handles > before.handles); ++i) {
+    os::SleepMs(10);
+    now = Usage();
+  }
+  return now;
+}
 
 TEST(StormTest, EightThreadsOverFortyTasksFindEverythingAsItMustBe) {
   const int threads = test::RunningThreads();
@@ -297,14 +272,14 @@ TEST(StormTest, EightThreadsOverFortyTasksFindEverythingAsItMustBe) {
     first.Settle();
   }
   while (test::RunningThreads() > threads) os::SleepMs(5);
-  const test::Usage before;
+  const Usage before;
   const std::uint32_t forced = os::ForcedEnds();
   {
     Storm storm;
     storm.Rage(kOperations);
     storm.Settle();
   }
-  const test::Usage after = test::AwaitUsageOf(before);
+  const Usage after = AwaitUsageOf(before);
   EXPECT_EQ(os::ForcedEnds(), forced);
   EXPECT_LE(after.threads, before.threads);
   EXPECT_LE(after.handles, before.handles);
