@@ -281,7 +281,7 @@ class Md5 {
     CryptReleaseContext(m_provider, 0);
   }
   // Empty when the file cannot be read. Once.
-  std::wstring HexDigestOf(const std::filesystem::path& path) {
+  std::wstring HexDigestOf(const std::filesystem::path& path) const {
     std::ifstream file(path, std::ios::binary);
     std::vector<char> block(1 << 20);
     while (file.read(block.data(), static_cast<std::streamsize>(block.size())), file.gcount() > 0) {
