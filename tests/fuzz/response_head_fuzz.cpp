@@ -22,9 +22,9 @@ void CheckValue(const std::wstring& head, const std::wstring& name) {
   Require(!Contains(value, L"\r\n"), "a value ends with its line");
   Require(Trim(value) == value, "a value is trimmed");
   Require(Contains(head, value), "a value is as written");
-  Require(GetHeaderValue(ToLowerAscii(head), name) == ToLowerAscii(value),
+  Require(GetHeaderValue(ToLower(head), name) == ToLower(value),
           "the case of letters does not matter");
-  Require(value.empty() || Contains(ToLowerAscii(head), ToLowerAscii(name)), "a value has a name");
+  Require(value.empty() || Contains(ToLower(head), ToLower(name)), "a value has a name");
 }
 
 // The first of a name counts, whatever follows.

@@ -13,7 +13,7 @@ namespace Tarnlo::fuzz {
 namespace {
 
 bool IsDevice(std::wstring name) {
-  name = ToLowerAscii(name.substr(0, name.find(L'.')));
+  name = ToLower(name.substr(0, name.find(L'.')));
   while (name.ends_with(L' ')) name.pop_back();
   for (const std::wstring_view device : {L"con", L"prn", L"aux", L"nul", L"conin$", L"conout$"}) {
     if (name == device) return true;
