@@ -75,7 +75,18 @@ bool CDownloadManager::ReleaseEarlierRun() {
   return true;
 }
 
+// Whatever is thrown, the job does not count as running afterwards.
 bool CDownloadManager::Download(const wchar_t* url, const wchar_t* folder, const wchar_t* file_name,
+                                std::int32_t task_id, bool restart) {
+  try {
+    return StartRun(url, folder, file_name, task_id, restart);
+  } catch (...) {
+    CloseStopEvent();
+    throw;
+  }
+}
+
+bool CDownloadManager::StartRun(const wchar_t* url, const wchar_t* folder, const wchar_t* file_name,
                                 std::int32_t task_id, bool restart) {
   kLogDownload(1);
   if (!HasStopEvent()) {
@@ -89,8 +100,10 @@ bool CDownloadManager::Download(const wchar_t* url, const wchar_t* folder, const
     return false;
   }
   const std::optional<std::wstring> normalised = NormaliseUrl(url);
-  if (!ReleaseEarlierRun()) {  // it still lives, and needs its stop event to be stopped
+  if (!ReleaseEarlierRun()) {  // it still lives, and keeps its own stop event
     kLogDownload.Error(7);
+    const os::LockGuard guard(m_stop_lock);
+    if (m_stop_event != m_run_stop) m_stop_event.reset();
     return false;
   }
   m_run_stop = StopEvent();

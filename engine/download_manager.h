@@ -51,13 +51,15 @@ class CDownloadManager final : public IWorkerOwner {
   void SetNotifying(bool on) { m_notifying = on; }
   [[nodiscard]] bool IsNotifying() const override { return m_notifying; }
 
-  // A job has a stop event from its making, or from `RenewStopEvent`, to the end of its run.
+  // A job has a stop event from its making, or from `RenewStopEvent`, until the end of its run is
+  // told.
   [[nodiscard]] bool HasStopEvent() const;
   bool RenewStopEvent();
   // True from the moment a stop is signalled until the next run. Threads: any.
   [[nodiscard]] bool IsStopping() const { return m_stopping; }
 
   // Starts a run. Null texts count as empty. False, with a line in the log, when it is refused.
+  // Waits for the last lines of a run that has told its end, 5,000 ms at most.
   bool Download(const wchar_t* url, const wchar_t* folder, const wchar_t* file_name,
                 std::int32_t task_id, bool restart);
 
@@ -84,6 +86,7 @@ class CDownloadManager final : public IWorkerOwner {
   void DeleteFiles();
   bool BackOff(int attempt);
   void TellFinished(std::int32_t result);
+  void EndWithoutMemory();
 
   // From the server's answer to running workers (start_download.cpp).
   std::int32_t StartMTRDownload();
@@ -119,7 +122,8 @@ class CDownloadManager final : public IWorkerOwner {
   bool ReadRecords(os::File& file, std::int64_t size, std::uint32_t count);
   bool WriteDownloadInfo();
   void UpdateDownloadInfo();
-  bool FlushAtEnd();
+  void SaveStepByStep();
+  void FlushAtEnd();
   void AwaitFlush();
   [[nodiscard]] bool HasTrailer() const;
   bool SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const;
@@ -137,6 +141,8 @@ class CDownloadManager final : public IWorkerOwner {
   void CloseStopEvent();
   void CloseStopEventOf(const std::shared_ptr<os::Event>& run);
   bool ReleaseEarlierRun();
+  bool StartRun(const wchar_t* url, const wchar_t* folder, const wchar_t* file_name,
+                std::int32_t task_id, bool restart);
   bool Refuse(int error);
   bool CreateProbe();
   void StartTicking();

@@ -6,20 +6,20 @@
 #include <memory>
 
 #include "engine/md5.h"
+#include "engine/patient_file.h"
 #include "support/os/buffer.h"
 #include "support/os/file.h"
 
 namespace Tarnlo {
 namespace {
 
-constexpr std::int64_t kBlockBytes = 0x4000000;
-constexpr std::uint32_t kSliceBytes = 0x100000;  // hashed between two looks at the stop event
+// Between two looks at the stop event; a slow disk would take too long for more.
+constexpr std::int64_t kBlockBytes = 0x100000;
 
 }  // namespace
 
 std::optional<std::wstring> ComputeFileMd5(const std::wstring& path, const os::Event* stop) {
-  os::File file = os::File::Open(path, os::FileAccess::kRead, os::FileShare::kRead,
-                                 os::FileCreation::kOpenExisting);
+  os::File file = OpenPatiently(path, os::FileAccess::kRead, stop);
   if (!file.valid()) return std::wstring();
   const std::optional<std::int64_t> size = file.Size();
   if (!size.has_value()) return std::wstring();
@@ -28,13 +28,11 @@ std::optional<std::wstring> ComputeFileMd5(const std::wstring& path, const os::E
   if (block == nullptr) return std::wstring();
   MD5 md5;
   for (std::int64_t left = *size; left > 0;) {
+    if (stop != nullptr && stop->IsSet()) return std::nullopt;
     const auto wanted = static_cast<std::uint32_t>(std::min(left, kBlockBytes));
     const std::uint32_t count = file.Read(block.get(), wanted).value_or(0);
     if (count == 0) break;
-    for (std::uint32_t done = 0; done < count; done += kSliceBytes) {
-      if (stop != nullptr && stop->IsSet()) return std::nullopt;
-      md5.Update(block.get() + done, std::min(kSliceBytes, count - done));
-    }
+    md5.Update(block.get(), count);
     left -= count;
   }
   md5.Finalize();

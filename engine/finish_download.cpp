@@ -41,7 +41,7 @@ bool CDownloadManager::CutAndRename() {
   kLog(2);
   AwaitFlush();
   const std::wstring temporary = GetTempFilePath();
-  os::File file = OpenPatiently(temporary, *m_run_stop);
+  os::File file = OpenPatiently(temporary, os::FileAccess::kReadWrite, m_run_stop.get());
   if (!file.valid()) {
     kLog(8);
     return false;
@@ -56,7 +56,7 @@ bool CDownloadManager::CutAndRename() {
     return false;
   }
   kLog(5);
-  if (!ReplacePatiently(temporary, m_target_path, *m_run_stop)) {
+  if (!ReplacePatiently(temporary, m_target_path, m_run_stop.get())) {
     kLog(6);
     return false;
   }

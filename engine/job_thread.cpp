@@ -25,11 +25,21 @@ std::uint32_t CDownloadManager::ThreadProc_DownloadMTR(void* job) {
   try {
     self.RunJob();
   } catch (const std::exception&) {
-    // No memory for the report itself; the host's process goes on.
+    self.EndWithoutMemory();
   }
   self.CloseStopEventOf(run);
   kLog(2);
   return 1;
+}
+
+// Nothing was told yet: a run returns as soon as it has told its end.
+void CDownloadManager::EndWithoutMemory() {
+  try {
+    m_table.Stop();
+    TellFinished(kResultWaitFailed);
+  } catch (const std::exception&) {
+    // None for the report itself; the host's process goes on.
+  }
 }
 
 void CDownloadManager::RunJob() {
@@ -130,7 +140,10 @@ bool CDownloadManager::BackOff(int attempt) {
   return false;
 }
 
+// The run has no stop event any more when its end is told: a host that hears of it and continues
+// the task from another thread starts a new one, which waits for this one's last lines.
 void CDownloadManager::TellFinished(std::int32_t result) {
+  CloseStopEventOf(m_run_stop);
   if (m_notifying) SendEvent(m_observer, kWholeJob, m_task_id, kEventFinished, result);
 }
 

@@ -10,27 +10,28 @@ constexpr std::array<std::uint32_t, 3> kPausesMs = {200, 400, 800};
 
 // Tries until there is no reason to try again, four times at most.
 template <typename Try>
-void TryPatiently(const os::Event& stop, Try try_once) {
+void TryPatiently(const os::Event* stop, Try try_once) {
   bool again = try_once();
   for (const std::uint32_t pause_ms : kPausesMs) {
-    if (!again || stop.Wait(pause_ms)) return;
+    if (!again || stop == nullptr || stop->Wait(pause_ms)) return;
     again = try_once();
   }
 }
 
 }  // namespace
 
-os::File OpenPatiently(const std::wstring& path, const os::Event& stop) {
+os::File OpenPatiently(const std::wstring& path, os::FileAccess access, const os::Event* stop) {
+  const os::FileShare share =
+      access == os::FileAccess::kRead ? os::FileShare::kRead : os::FileShare::kReadWrite;
   os::File file;
   TryPatiently(stop, [&] {
-    file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
-                          os::FileCreation::kOpenExisting);
-    return !file.valid();
+    file = os::File::Open(path, access, share, os::FileCreation::kOpenExisting);
+    return !file.valid() && os::Exists(path);
   });
   return file;
 }
 
-bool ReplacePatiently(const std::wstring& from, const std::wstring& to, const os::Event& stop) {
+bool ReplacePatiently(const std::wstring& from, const std::wstring& to, const os::Event* stop) {
   os::RenameResult result = os::RenameResult::kFailed;
   TryPatiently(stop, [&] {
     result = os::ReplaceByRename(from, to);

@@ -9,12 +9,13 @@
 namespace Tarnlo {
 
 // Both try again after 200, 400 and 800 ms; a stop cuts the waits short and the tries with them.
+// Without a stop event (null) they try once.
 
-// A file that is there, for reading and writing, shared with readers and writers. Not valid when it
-// cannot be had.
-os::File OpenPatiently(const std::wstring& path, const os::Event& stop);
+// For reading, shared with readers, or for writing, shared with writers as well. Not valid when the
+// file cannot be had; at once when there is none.
+os::File OpenPatiently(const std::wstring& path, os::FileAccess access, const os::Event* stop);
 
 // `from` in the place of `to`; on failure both stay as they were. True when it is done.
-bool ReplacePatiently(const std::wstring& from, const std::wstring& to, const os::Event& stop);
+bool ReplacePatiently(const std::wstring& from, const std::wstring& to, const os::Event* stop);
 
 }  // namespace Tarnlo

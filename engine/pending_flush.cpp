@@ -1,6 +1,7 @@
 #include "engine/pending_flush.h"
 
 #include <map>
+#include <utility>
 
 #include "support/os/file.h"
 #include "support/os/lock.h"
@@ -35,13 +36,30 @@ void Forget(const std::wstring& path, const PendingFlush* flush) {
 
 }  // namespace
 
+// However a flush ends, and when it cannot begin: nobody waits for it any longer.
+class PendingFlush::End {
+ public:
+  End(std::wstring path, std::shared_ptr<PendingFlush> flush)
+      : m_path(std::move(path)), m_flush(std::move(flush)) {}
+  End(const End&) = delete;
+  End& operator=(const End&) = delete;
+  ~End() {
+    Forget(m_path, m_flush.get());
+    m_flush->m_done.Set();
+  }
+  void Run() { m_flush->Run(m_path); }
+
+ private:
+  const std::wstring m_path;
+  const std::shared_ptr<PendingFlush> m_flush;
+};
+
 std::shared_ptr<PendingFlush> PendingFlush::Begin(const std::wstring& path) {
   auto flush = std::make_shared<PendingFlush>();
+  auto end = std::make_shared<End>(path, flush);
   Remember(path, flush);
-  if (!StartDetached([flush, path] { flush->Run(path); })) {
-    Forget(path, flush.get());
-    flush->m_done.Set();
-  }
+  // No thread is known by the outcome that stays as it is.
+  static_cast<void>(StartDetached([end = std::move(end)] { end->Run(); }));
   return flush;
 }
 
@@ -53,13 +71,9 @@ std::shared_ptr<PendingFlush> PendingFlush::Of(const std::wstring& path) {
 }
 
 void PendingFlush::Run(const std::wstring& path) {
-  {
-    os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
-                                   os::FileCreation::kOpenExisting);
-    if (file.valid()) m_outcome = file.Flush() ? Outcome::kFlushed : Outcome::kRefused;
-  }
-  Forget(path, this);
-  m_done.Set();
+  os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWriteDelete,
+                                 os::FileCreation::kOpenExisting);
+  if (file.valid()) m_outcome = file.Flush() ? Outcome::kFlushed : Outcome::kRefused;
 }
 
 }  // namespace Tarnlo

@@ -1,6 +1,8 @@
 // The trailer behind the file's bytes: read before a run, written after one that did not succeed.
 #include <array>
+#include <exception>
 #include <span>
+#include <utility>
 
 #include "engine/download_manager.h"
 #include "engine/patient_file.h"
@@ -18,7 +20,6 @@ constexpr wchar_t kTemporarySuffix[] = L".~P2S";
 
 constexpr std::uint32_t kSaveIntervalMs = 5000;  // what a process that dies loses, about
 constexpr std::uint32_t kFlushAtEndMs = 1000;
-constexpr std::uint32_t kLongestFlushMs = 10'000;
 
 bool ReadExactly(os::File& file, std::span<std::uint8_t> bytes) {
   const auto wanted = static_cast<std::uint32_t>(bytes.size());
@@ -34,8 +35,7 @@ std::wstring CDownloadManager::GetTempFilePath() const {
 // What the file says is believed only when it can be true of this file; a refused trailer leaves
 // the connection count as it was.
 bool CDownloadManager::ReadDownloadInfo() {
-  os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kRead, os::FileShare::kRead,
-                                 os::FileCreation::kOpenExisting);
+  os::File file = OpenPatiently(GetTempFilePath(), os::FileAccess::kRead, m_run_stop.get());
   if (!file.valid()) return false;
   kLog(1);
   const std::optional<std::int64_t> size = file.Size();
@@ -77,17 +77,27 @@ bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint3
   return true;
 }
 
-// A flush that an earlier attempt, run or job left behind still has the file open.
+// A flush, which an earlier attempt, run or job may have left behind, still has the file open: what
+// is begun meanwhile would fail. However long the disk takes, unless a stop comes first.
 void CDownloadManager::AwaitFlush() {
   m_records_to_save.clear();
   if (const std::shared_ptr<PendingFlush> flush = PendingFlush::Of(GetTempFilePath())) {
-    WaitUnlessStopped(flush->done(), m_run_stop.get(), kLongestFlushMs);
+    WaitUnlessStopped(flush->done(), m_run_stop.get(), os::kForever);
   }
 }
 
-// While workers write: copies the records, has the data they claim flushed, and writes the trailer
-// when that is done; in between the trailer stays as it was.
+// While workers write. A save that memory does not suffice for is left out.
 void CDownloadManager::UpdateDownloadInfo() {
+  try {
+    SaveStepByStep();
+  } catch (const std::exception&) {
+    m_records_to_save.clear();
+  }
+}
+
+// Copies the records, has the data they claim flushed, and writes the trailer when that is done; in
+// between the trailer stays as it was.
+void CDownloadManager::SaveStepByStep() {
   const bool flushing = m_flush && !m_flush->done().IsSet();
   if (flushing) return;
   if (!m_records_to_save.empty()) {
@@ -100,25 +110,26 @@ void CDownloadManager::UpdateDownloadInfo() {
   }
   if (os::TickMs() - m_save_tick < kSaveIntervalMs || !HasTrailer()) return;
   m_save_tick = os::TickMs();
-  m_records_to_save = m_table.Records();
+  std::vector<RangeRecord> records = m_table.Records();
   m_flush = PendingFlush::Begin(GetTempFilePath());
+  m_records_to_save = std::move(records);
 }
 
-// The end of an attempt does not wait for a slow disk for long: what the disk has not taken by then
-// is in the system's hands, which keep it unless the power fails. Bytes that the disk refused are
-// not claimed.
+// What was written is claimed, like that of a file that is complete, whether the disk has taken it
+// yet or not: it is in the system's hands, which keep it unless the power fails.
 bool CDownloadManager::WriteDownloadInfo() {
   if (!m_probe) return false;
   if (!HasTrailer()) return true;
   m_records_to_save.clear();
   const std::vector<RangeRecord> records = m_table.Records();
   if (m_active_ranges == 0 || records.empty()) return false;
-  if (!FlushAtEnd()) return false;
-  return SaveTrailer(OpenPatiently(GetTempFilePath(), *m_run_stop), records);
+  FlushAtEnd();
+  return SaveTrailer(OpenPatiently(GetTempFilePath(), os::FileAccess::kReadWrite, m_run_stop.get()),
+                     records);
 }
 
-// False when the disk refused.
-bool CDownloadManager::FlushAtEnd() {
+// A slow disk is not waited for for long.
+void CDownloadManager::FlushAtEnd() {
   const std::uint32_t begin = os::TickMs();
   const auto left_ms = [begin] {
     const std::uint32_t elapsed = os::TickMs() - begin;
@@ -128,7 +139,6 @@ bool CDownloadManager::FlushAtEnd() {
     m_flush = PendingFlush::Begin(GetTempFilePath());
     m_flush->done().Wait(left_ms());
   }
-  return m_flush->outcome() != PendingFlush::Outcome::kRefused;
 }
 
 bool CDownloadManager::HasTrailer() const {
@@ -136,7 +146,8 @@ bool CDownloadManager::HasTrailer() const {
 }
 
 // In one piece. A file that was cut to its content alone is extended again; one that is shorter has
-// lost bytes and gets no trailer.
+// lost bytes and gets no trailer. What a full disk took half of goes: new records beside old ones
+// could claim what nobody has fetched.
 bool CDownloadManager::SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const {
   if (!file.valid()) return false;
   const std::optional<std::int64_t> size = file.Size();
@@ -145,8 +156,11 @@ bool CDownloadManager::SaveTrailer(os::File file, const std::vector<RangeRecord>
   const auto count = EncodeCount(m_active_ranges);
   trailer.insert(trailer.end(), count.begin(), count.end());
   const auto length = static_cast<std::uint32_t>(trailer.size());
-  return file.Seek(content_length()) && file.Write(trailer.data(), length) == length &&
-         file.SetEnd();
+  if (!file.Seek(content_length())) return false;
+  const std::uint32_t written = file.Write(trailer.data(), length).value_or(0);
+  if (written == length) return file.SetEnd();
+  if (written > 0 && file.Seek(content_length())) file.SetEnd();
+  return false;
 }
 
 }  // namespace Tarnlo

@@ -3,6 +3,7 @@
 #include "engine/download_manager.h"
 #include "engine/file_md5.h"
 #include "engine/file_version.h"
+#include "engine/patient_file.h"
 #include "engine/range_planner.h"
 #include "engine/resume_trailer.h"
 #include "engine/size_probe.h"
@@ -31,11 +32,11 @@ std::int32_t CDownloadManager::StartMTRDownload() {
     return m_run_stop->IsSet() ? kResultStopped : kResultNoRemoteInfo;
   }
   BuildTargetPath();
+  AwaitFlush();
   if (m_run_stop->Wait(kSettleMs)) {
     kLog(3);
     return kResultStopped;
   }
-  AwaitFlush();
   bool resuming = false;
   if (m_restart) {
     kLog(4);
@@ -75,8 +76,7 @@ void CDownloadManager::BuildTargetPath() {
 // 1 when the file that is there will do, 13 when a stop came first, nothing when it must be
 // fetched.
 std::optional<std::int32_t> CDownloadManager::ResultOfExistingTarget() {
-  os::File file = os::File::Open(m_target_path, os::FileAccess::kRead, os::FileShare::kRead,
-                                 os::FileCreation::kOpenExisting);
+  os::File file = OpenPatiently(m_target_path, os::FileAccess::kRead, m_run_stop.get());
   if (!file.valid()) return std::nullopt;
   kLog(6);
   bool complete = false;
@@ -93,6 +93,7 @@ std::optional<std::int32_t> CDownloadManager::ResultOfExistingTarget() {
     complete = CompareFileVersion();
   } else {
     complete = CheckCdnFileSize(file.Size().value_or(0));
+    if (!complete && m_run_stop->IsSet()) return kResultStopped;
   }
   if (!complete) return std::nullopt;
   kLog(11);
@@ -120,8 +121,7 @@ bool CDownloadManager::CompareFileVersion() {
 bool CDownloadManager::CanResume() {
   if (!m_probe->IsRangeSupported()) return false;
   kLog(12);
-  const os::File file = os::File::Open(GetTempFilePath(), os::FileAccess::kRead,
-                                       os::FileShare::kRead, os::FileCreation::kOpenExisting);
+  const os::File file = OpenPatiently(GetTempFilePath(), os::FileAccess::kRead, m_run_stop.get());
   if (!file.valid()) return false;
   kLog(13);
   const std::optional<std::int64_t> size = file.Size();

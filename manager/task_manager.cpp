@@ -141,7 +141,8 @@ std::int32_t CTaskManager::ContinueTask(std::int32_t id) {
   if (row == m_rows.end()) return 0;
   CDownloadManager& job = *row->job;
   job.SetNotifying(true);
-  if (job.HasStopEvent()) return 1;
+  // Its own threads cannot wait for the run that they work for.
+  if (job.HasStopEvent() || IsOwnThreadOf(job)) return 1;
   if (!job.RenewStopEvent()) return 0;
   return job.Download(row->url.c_str(), row->folder.c_str(), row->file_name.c_str(), id, false) ? 1
                                                                                                 : 0;

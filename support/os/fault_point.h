@@ -1,4 +1,5 @@
-// Where tests make a call to the system fail. Only the files of the seam include this.
+// Where tests make a call to the system fail. Only the files of the seam and tests/faults include
+// this.
 #pragma once
 
 #include <cstdint>

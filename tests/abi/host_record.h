@@ -52,6 +52,14 @@ class HostRecord {
     Get().Note(note += " " + std::to_string(result));
   }
 
+  // A callback notes itself; a test notes what its hooks saw.
+  void Note(const std::string& note) {
+    const std::lock_guard guard(m_mutex);
+    m_notes.push_back(note);
+    m_threads.push_back(std::this_thread::get_id());
+    m_changed.notify_all();
+  }
+
   void Clear() {
     on_start = on_progress = on_complete = nullptr;
     const std::lock_guard guard(m_mutex);
@@ -81,12 +89,6 @@ class HostRecord {
  private:
   static void Run(const std::function<void(std::int32_t)>& hook, std::int32_t id) {
     if (hook) hook(id);
-  }
-  void Note(const std::string& note) {
-    const std::lock_guard guard(m_mutex);
-    m_notes.push_back(note);
-    m_threads.push_back(std::this_thread::get_id());
-    m_changed.notify_all();
   }
   [[nodiscard]] int CountLocked(const std::string& note) const {
     const bool beginning = note.ends_with(' ');

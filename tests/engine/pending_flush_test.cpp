@@ -48,13 +48,14 @@ TEST_F(PendingFlushTest, DiskThatRefusesIsToldApartFromAFileThatCannotBeOpened) 
 
 // Whoever comes later, another job included, can wait for it.
 TEST_F(PendingFlushTest, OneThatIsUnderWayIsFoundByItsFile) {
-  bool found = false;
-  for (int tries = 0; tries < 1000 && !found; ++tries) {
-    const auto flush = PendingFlush::Begin(m_path);
-    found = PendingFlush::Of(m_path) == flush;
-    EXPECT_TRUE(flush->done().Wait(kPatienceMs));
-  }
-  EXPECT_TRUE(found);
+  m_faults.Hold(Call::kFlush);
+  const auto flush = PendingFlush::Begin(m_path);
+  EXPECT_TRUE(m_faults.AwaitCalls(Call::kFlush, 1));
+  EXPECT_EQ(PendingFlush::Of(m_path), flush);
+  EXPECT_FALSE(flush->done().IsSet());
+  EXPECT_EQ(flush->outcome(), Outcome::kNone);
+  m_faults.LetThrough();
+  EXPECT_TRUE(flush->done().Wait(kPatienceMs));
 }
 
 }  // namespace

@@ -2,11 +2,17 @@
 // flushed.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <numeric>
 #include <optional>
 #include <thread>
+#include <vector>
 
+#include "support/os/clock.h"
+#include "support/os/file.h"
 #include "tests/engine/job_fixture.h"
 #include "tests/faults/faults.h"
 
@@ -20,15 +26,22 @@ class SlowSaving : public JobTest {
  protected:
   ~SlowSaving() override { Pause(); }
 
-  // Five ranges are written; the sixth is asked for again and again, and never answered.
+  // Five ranges are written; the sixth is asked for again and again, and answered when its gate is
+  // opened.
   void StartAndStall() {
-    Gate& gate = NewGate();
-    Serve("/f", Body(kSize)).ForPieces().Times(1).HoldingAnswer(gate);
+    Serve("/f", Body(kSize)).ForPieces().Times(1).HoldingAnswer(m_sixth);
     Serve("/f", Body(kSize)).ForPieces().Times(5);
-    Serve("/f", Body(kSize)).ForPieces().HoldingAnswer(gate);
+    Serve("/f", Body(kSize)).ForPieces().HoldingAnswer(m_sixth);
     Serve("/f", Body(kSize));
     ASSERT_TRUE(Start("/f"));
-    ASSERT_TRUE(gate.AwaitArrivals());
+    ASSERT_TRUE(m_sixth.AwaitArrivals());
+    ASSERT_TRUE(Observer().AwaitEachHas(5, kStalled));
+  }
+  // The same when the disk does not come back from the first flush.
+  void StartAndStallWithASlowDisk() {
+    m_faults.Hold(os::Call::kFlush);
+    StartAndStall();
+    ASSERT_TRUE(m_faults.AwaitCalls(os::Call::kFlush, 1));
   }
   // Nothing when there is no trailer.
   [[nodiscard]] std::optional<std::int64_t> MissingByTheTrailer() const {
@@ -37,6 +50,7 @@ class SlowSaving : public JobTest {
     return trailer.MissingBytes();
   }
 
+  Gate& m_sixth = NewGate();
   Faults m_faults;
 };
 
@@ -55,13 +69,94 @@ TEST_F(SlowSaving, TrailerFollowsTheWorkersWhileTheyRun) {
   }
 }
 
-TEST_F(SlowSaving, WhatWasNotFlushedIsNotClaimed) {
+TEST_F(SlowSaving, WhatWasNotFlushedIsClaimedAtTheEndAlone) {
   m_faults.Fail(os::Call::kFlush, 1, 100);
   StartAndStall();
   ASSERT_TRUE(m_faults.AwaitCalls(os::Call::kFlush, 2));  // what the first said has been heeded
   EXPECT_EQ(MissingByTheTrailer(), std::nullopt);
   Pause();
+  EXPECT_EQ(MissingByTheTrailer(), kStalled);
+}
+
+TEST_F(SlowSaving, TrailerClaimsWhatWasWrittenWhenItsFlushBegan) {
+  Gate& fifth = NewGate();
+  Serve("/f", Body(kSize)).ForPieces().Times(1).HoldingAnswer(fifth);
+  Serve("/f", Body(kSize)).ForPieces().Times(4);
+  Serve("/f", Body(kSize)).ForPieces().HoldingAnswer(m_sixth);
+  Serve("/f", Body(kSize));
+  m_faults.Hold(os::Call::kFlush);
+  ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(Observer().AwaitEachHas(4, kStalled));
+  ASSERT_TRUE(m_faults.AwaitCalls(os::Call::kFlush, 1));
+  fifth.Open();
+  ASSERT_TRUE(Observer().AwaitEachHas(5, kStalled));
   EXPECT_EQ(MissingByTheTrailer(), std::nullopt);
+  m_faults.LetThrough();
+  ASSERT_TRUE(m_faults.AwaitCalls(os::Call::kFlush, 2));  // after what the first made possible
+  EXPECT_EQ(MissingByTheTrailer(), 2 * kStalled);
+  m_faults.LetThrough();
+  ASSERT_TRUE(m_faults.AwaitCalls(os::Call::kFlush, 3));
+  EXPECT_EQ(MissingByTheTrailer(), kStalled);
+}
+
+TEST_F(SlowSaving, PauseDoesNotWaitForASlowDiskAndTheNextRunDoes) {
+  std::atomic<bool> paused{false};
+  std::atomic<bool> let_through{false};
+  Observer().OnEach([&](const TaskEvent& event) {
+    if (paused && event.type == kEventRangeLength) EXPECT_TRUE(let_through);
+  });
+  StartAndStallWithASlowDisk();
+  StopPromptly();
+  EXPECT_EQ(MissingByTheTrailer(), kStalled);
+  paused = true;
+  m_sixth.Open();
+  const std::size_t asked = Server().Requests().size();
+  ASSERT_TRUE(Continue("/f"));
+  ASSERT_TRUE(Observer().AwaitCount(kEventContentLength, 2));  // before it needs the file
+  let_through = true;
+  m_faults.LetThrough(2);
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSize)), "");
+  const std::vector<Interval> ranges = RangesAskedFor(asked);
+  EXPECT_EQ(std::accumulate(ranges.begin(), ranges.end(), std::int64_t{0},
+                            [](std::int64_t sum, const Interval& range) {
+                              return sum + range.end - range.begin;
+                            }),
+            kStalled);
+}
+
+// A host may open the file as it likes when it hears of it.
+TEST_F(SlowSaving, EndIsToldWhenNobodyHasTheFileOpenAnyMore) {
+  std::atomic<bool> let_through{false};
+  Observer().OnEach([&](const TaskEvent& event) {
+    if (event.type != kEventFinished) return;
+    EXPECT_TRUE(let_through);
+    EXPECT_TRUE(os::File::Open(Target(L"f"), os::FileAccess::kReadWrite, os::FileShare::kNone,
+                               os::FileCreation::kOpenExisting)
+                    .valid());
+  });
+  StartAndStallWithASlowDisk();
+  m_sixth.Open();
+  while (Log().Count("CDownloadManager HandleDownloadFinished 2") == 0) os::SleepMs(5);
+  os::SleepMs(200);  // in which an end that comes too soon would be seen
+  let_through = true;
+  m_faults.LetThrough();
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+}
+
+TEST_F(SlowSaving, TrailerThatADiskTakesHalfOfGoes) {
+  StartAndStall();
+  Pause();
+  EXPECT_EQ(MissingByTheTrailer(), kStalled);
+  ASSERT_TRUE(Continue("/f"));
+  ASSERT_TRUE(m_sixth.AwaitArrivals(2));
+  m_faults.Fail(os::Call::kWriteWhole);
+  Pause();
+  EXPECT_EQ(SizeOf(Temporary(L"f")), kSize);
+  m_sixth.Open();
+  ASSERT_TRUE(Continue("/f"));
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  EXPECT_EQ(FileDifference(Target(L"f"), Body(kSize)), "");
 }
 
 }  // namespace

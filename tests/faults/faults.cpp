@@ -46,6 +46,9 @@ std::atomic<std::uint32_t> g_divisor{1};
 std::atomic<std::uint32_t> g_watched_ms{os::kForever};
 std::atomic<std::uint32_t> g_watched_last_ms{os::kForever};
 std::atomic<int> g_waits{0};
+std::atomic<int> g_held{-1};        // the kind that does not come back
+std::atomic<int> g_holding{0};      // of it
+std::atomic<int> g_let_through{0};  // of it, from the first held on
 thread_local int t_without = 0;
 
 // False when it is not so within a minute.
@@ -59,12 +62,22 @@ bool Await(Condition condition) {
   return true;
 }
 
+void StandStillIfHeld(os::Call call) {
+  const int kind = static_cast<int>(call);
+  if (g_held != kind) return;
+  const int number = ++g_holding;
+  while (g_held == kind && g_let_through < number) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+}
+
 }  // namespace
 
 bool os::Fails(Call call) {
   if (!g_counting.load(std::memory_order_relaxed) || t_without > 0) return false;
   const bool any = g_any.Matches();
   const bool own = g_rules[static_cast<std::size_t>(call)].Matches();
+  StandStillIfHeld(call);
   if (!any && !own) return false;
   g_last_failed = static_cast<int>(call);
   ++g_failed;
@@ -92,6 +105,7 @@ Faults::Faults() {
 
 Faults::~Faults() {
   g_counting = false;
+  g_held = -1;
   g_divisor = 1;
   g_watched_ms = os::kForever;
 }
@@ -102,6 +116,16 @@ void Faults::Fail(os::Call call, int first, int times) {
 
 void Faults::FailAny(int nth) {
   g_any.Set(nth, 1);
+}
+
+void Faults::Hold(os::Call call) {
+  g_holding = 0;
+  g_let_through = 0;
+  g_held = static_cast<int>(call);
+}
+
+void Faults::LetThrough(int calls) {
+  g_let_through += calls;
 }
 
 void Faults::DivideWaits(std::uint32_t divisor) {

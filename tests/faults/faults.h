@@ -26,6 +26,10 @@ class Faults {
   void Fail(os::Call call, int first = 1, int times = 1);
   // Of the calls of all kinds from now on the `nth` fails.
   void FailAny(int nth);
+  // The calls of this kind from now on do not come back before they are let through, one by one or,
+  // at this object's end, all.
+  void Hold(os::Call call);
+  void LetThrough(int calls = 1);
   // Waits for a single event take a part of their time.
   void DivideWaits(std::uint32_t divisor);
   // Counts the waits for a single event that are to last this long, from now on, and makes them

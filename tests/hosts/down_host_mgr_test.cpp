@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
-#include <latch>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,6 +17,7 @@
 #include "support/os/head_client.h"
 #include "tests/support/cdn.h"
 #include "tests/support/gate.h"
+#include "tests/support/meeting.h"
 #include "tests/support/test_log.h"
 #include "tests/support/test_socket.h"
 
@@ -379,11 +379,11 @@ TEST_F(RunningPassTest, CallersOfTheSameHostWaitForTheOnePass) {
 TEST_F(RunningPassTest, CallersAtTheSameMomentProbeOnce) {
   EXPECT_TRUE(IsSeenInTime([this] {
     {
-      std::latch ready(16);
+      test::Meeting start(16);
       std::vector<std::jthread> threads;
       for (int i = 0; i < 16; ++i) {
         threads.emplace_back([&] {
-          ready.arrive_and_wait();
+          start.Attend();
           EXPECT_TRUE(m_hosts->InitHost(m_url.c_str(), nullptr));
         });
       }

@@ -125,6 +125,34 @@ TEST_F(DownloaderManagerTest, SameIdIsAddedWhenTheFirstTaskHasEnded) {
   EXPECT_EQ(m_callback.Count("OnTaskComplete 7"), 1);
 }
 
+// As a host's own thread does that was woken by the callback, which may not be back yet.
+TEST_F(DownloaderManagerTest, TaskWhoseEndIsBeingToldIsStartedAgainFromAnotherThread) {
+  std::atomic<bool> answered{false};
+  m_callback.on_complete = [&](std::int32_t id) {
+    // Until the other thread's call is under way.
+    TaskProgressInfo info;
+    while (!answered && m_manager->GetTaskProgress(id, &info) == 1) {
+    }
+  };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  EXPECT_EQ(m_manager->ContinueTask(7), 1);
+  answered = true;
+  EXPECT_TRUE(m_callback.Await("OnTaskComplete 7", 2));
+  EXPECT_EQ(m_manager->PauseTask(7), 1);  // no callback runs any more
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 2);
+}
+
+TEST_F(DownloaderManagerTest, ContinueInsideTheCallbackOfTheEndStartsNothing) {
+  std::atomic<std::int32_t> answer{-99};
+  m_callback.on_complete = [&](std::int32_t id) { answer = m_manager->ContinueTask(id); };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  while (answer == -99) os::SleepMs(1);
+  EXPECT_EQ(answer, 1);
+  EXPECT_EQ(m_manager->PauseTask(7), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
+}
+
 // A file that is there and right is left as it is; with the flag it is fetched again.
 TEST_F(DownloaderManagerTest, FlagFetchesAFileThatIsThereAgain) {
   const std::string other = "another file";

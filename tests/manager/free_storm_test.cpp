@@ -8,29 +8,15 @@
 #include <mutex>
 #include <random>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "manager/downloader_manager.h"
-#include "support/os/thread.h"
 #include "tests/manager/silent_callback.h"
-#include "tests/manager/usage.h"
+#include "tests/manager/storm.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
 namespace {
-
-constexpr int kThreads = 8;
-constexpr std::int32_t kIds = 40;
-constexpr int kOperations = 2000;
-constexpr std::int64_t kSize = 300'000;
-constexpr std::int64_t kBytesPerSecond = 100'000;  // of one connection
-
-std::string PathOf(std::int32_t id) {
-  std::string path = "/t";
-  return path += std::to_string(id);
-}
 
 // Whether a task may tell anything: not after a call that stops it, unless another one that may
 // start it was under way meanwhile or came later.
@@ -91,30 +77,22 @@ class Silences final : public IDownloaderManagerCallBack {
   void OnTaskStart(std::int32_t id) override { Of(id).Told(); }
 
  private:
-  std::array<Silence, kIds + 1> m_silences;
+  std::array<Silence, test::kStormIds + 1> m_silences;
 };
 
 class FreeStorm {
  public:
   FreeStorm() {
-    for (std::int32_t id = 1; id <= kIds; ++id) {
-      m_server.Serve(PathOf(id), test::Body(kSize)).Trickling(kBytesPerSecond);
-    }
+    test::ServeStorm(m_server);
     m_manager.SetCallBack(&m_silences);
   }
 
   void Rage(int operations) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([this, i, operations] {
-        std::mt19937 random(static_cast<unsigned>(i) + 1);
-        for (int done = 0; done < operations / kThreads; ++done) Act(random);
-      });
-    }
+    test::Rage(operations, [this](std::mt19937& random, int) { Act(random); });
   }
   // Everything is stopped, and silent from then on.
-  void End() {
-    for (std::int32_t id = 1; id <= kIds; ++id) {
+  void Settle() {
+    for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
       Stop(id, [&] { return m_manager.CancelTask(id); });
     }
     EXPECT_EQ(m_manager.GetTaskCount(), 0);
@@ -122,10 +100,10 @@ class FreeStorm {
 
  private:
   void Act(std::mt19937& random) {
-    const auto id = static_cast<std::int32_t>(random() % kIds) + 1;
+    const auto id = static_cast<std::int32_t>(random() % test::kStormIds) + 1;
     const auto what = random() % 100;
     if (what < 40) {
-      const std::wstring url = m_server.Url(what < 30 ? PathOf(id) : "/missing");
+      const std::wstring url = m_server.Url(what < 30 ? test::StormPathOf(id) : "/missing");
       const std::wstring folder = m_folder.path();
       Start(id, [&] {
         return m_manager.AddTask(url.c_str(), folder.c_str(), L"", id, L"", L"", 0) != -1;
@@ -155,12 +133,12 @@ class FreeStorm {
     m_silences.Of(id).EndStop(begun);
   }
   void CancelAll() {
-    std::array<int, kIds + 1> begun{};
-    for (std::int32_t id = 1; id <= kIds; ++id) {
+    std::array<int, test::kStormIds + 1> begun{};
+    for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
       begun.at(static_cast<std::size_t>(id)) = m_silences.Of(id).BeginStop();
     }
     if (m_manager.CancelAllTasks() == 0) return;  // nothing was done
-    for (std::int32_t id = 1; id <= kIds; ++id) {
+    for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
       m_silences.Of(id).EndStop(begun.at(static_cast<std::size_t>(id)));
     }
   }
@@ -168,7 +146,7 @@ class FreeStorm {
     TaskProgressInfo info{};
     if (m_manager.GetTaskProgress(id, &info) == 0 || info.total < 0) return;
     EXPECT_EQ(info.id, id);
-    EXPECT_EQ(info.total, kSize);
+    EXPECT_EQ(info.total, test::kStormSize);
   }
 
   test::TempFolder m_folder;
@@ -178,25 +156,7 @@ class FreeStorm {
 };
 
 TEST(FreeStormTest, StoppedTasksAreSilentAndNothingIsLeft) {
-  const int threads = test::RunningThreads();
-  {
-    FreeStorm first;  // what is made once and kept
-    first.Rage(80);
-    first.End();
-  }
-  while (test::RunningThreads() > threads) os::SleepMs(5);
-  const test::Usage before;
-  const std::uint32_t forced = os::ForcedEnds();
-  {
-    FreeStorm storm;
-    storm.Rage(kOperations);
-    storm.End();
-  }
-  const test::Usage after = test::AwaitUsageOf(before);
-  EXPECT_EQ(os::ForcedEnds(), forced);
-  EXPECT_LE(after.threads, before.threads);
-  EXPECT_LE(after.handles, before.handles);
-  EXPECT_LE(after.allocations, before.allocations + 20);
+  test::ExpectStormLeavesNothing<FreeStorm>();
 }
 
 }  // namespace

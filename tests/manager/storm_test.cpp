@@ -1,116 +1,150 @@
 // Many threads do random things to many tasks; what each call answers and each report says is known
 // beforehand.
+#include "tests/manager/storm.h"
+
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "manager/downloader_manager.h"
 #include "support/os/clock.h"
-#include "support/os/thread.h"
-#include "tests/manager/live_allocations.h"
 #include "tests/support/fault_server.h"
-#include "tests/support/process_usage.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
 namespace {
 
-constexpr int kThreads = 8;
-constexpr int kIdsPerThread = 5;
-constexpr int kIds = kThreads * kIdsPerThread;
-constexpr int kOperations = 2000;
-constexpr std::int64_t kSize = 300'000;
-constexpr std::int64_t kBytesPerSecond = 100'000;  // of one connection
+constexpr std::int32_t kIdsPerThread = 4;
+constexpr std::int32_t kSharedIds = 8;  // that all threads work on, the last ones
+static_assert(test::kStormThreads * kIdsPerThread + kSharedIds == test::kStormIds);
 
-std::string PathOf(std::int32_t id) {
-  std::string path = "/t";
-  return path += std::to_string(id);
-}
+enum class Kind { kNone, kGood, kMissing, kRefused };  // none: not in the table
 
 // What a task has told since it was last started, and whether it may tell anything at all.
 //
-// Threads: any.
+// Threads: any. The calls that announce what a host does are one thread's at a time.
 class Witness {
  public:
-  void Open() { m_open = true; }
+  // A task of that kind is about to take the place of the one that is there, if any. The old one
+  // may go on telling until it is stopped, and does not tell that it was.
+  void Replace(Kind next) {
+    const std::lock_guard guard(m_mutex);
+    m_open = m_changing = true;
+    m_next = next;
+    ++m_starts;
+    ++m_cut_short;
+  }
+  // The old one is gone: what comes from now on is the new one's.
+  void Replaced() {
+    const std::lock_guard guard(m_mutex);
+    m_kind = *m_next;
+    m_next.reset();
+    m_changing = false;
+  }
+  // It is about to be continued, and may start again.
+  void Continue() {
+    const std::lock_guard guard(m_mutex);
+    m_open = m_changing = true;
+    ++m_starts;
+  }
+  void Continued() {
+    const std::lock_guard guard(m_mutex);
+    m_changing = false;
+  }
   // Whoever stopped the task has had the answer: nothing may come any more.
-  void Close() { m_open = false; }
+  void Close() {
+    const std::lock_guard guard(m_mutex);
+    m_open = m_running = false;
+    m_starts = m_cut_short = 0;
+  }
 
   void Start() {
     const std::lock_guard guard(m_mutex);
     Expect(m_open, "started though stopped");
+    Expect(m_starts-- > 0, "started though nobody asked for it");
+    Expect(!m_running || m_cut_short-- > 0, "started while it runs");
     m_running = true;
     m_downloaded = 0;
   }
+  // Anything between the start and the end.
+  void Tell() {
+    const std::lock_guard guard(m_mutex);
+    ExpectRunning();
+  }
   void Progress(std::int64_t downloaded, std::int64_t total) {
     const std::lock_guard guard(m_mutex);
-    Expect(m_open, "progress though stopped");
-    Expect(m_running, "progress before the start or after the end");
-    Expect(total == kSize, "another size");
-    Expect(downloaded >= m_downloaded && downloaded <= kSize, "progress out of order");
+    ExpectRunning();
+    Expect(total == test::kStormSize, "another size");
+    Expect(downloaded >= m_downloaded && downloaded <= test::kStormSize, "progress out of order");
     m_downloaded = downloaded;
   }
-  void End(std::int32_t result, std::int32_t expected) {
+  void End(std::int32_t result) {
     const std::lock_guard guard(m_mutex);
-    Expect(m_open, "ended though stopped");
-    Expect(m_running, "ended without a start, or twice");
-    EXPECT_EQ(result, expected);
+    ExpectRunning();
+    Expect(result == ResultOf(m_kind) || (m_next && result == ResultOf(*m_next)),
+           "ended in another way");
     m_running = false;
+    if (!m_changing) m_starts = m_cut_short = 0;
     ++m_ends;
   }
   [[nodiscard]] int ends() const { return m_ends; }
 
  private:
   static void Expect(bool holds, const char* otherwise) { EXPECT_TRUE(holds) << otherwise; }
+  void ExpectRunning() const {
+    Expect(m_open, "told though stopped");
+    Expect(m_running, "told before the start or after the end");
+  }
+  static std::int32_t ResultOf(Kind kind) {
+    return kind == Kind::kGood ? kResultSuccess : kResultNoRemoteInfo;
+  }
 
-  std::atomic<bool> m_open{false};
   std::mutex m_mutex;
+  bool m_open = false;
+  bool m_changing = false;  // it is being replaced or continued
+  Kind m_kind = Kind::kNone;
+  std::optional<Kind> m_next;  // while it takes the old one's place
+  int m_starts = 0;            // how many are still allowed
+  int m_cut_short = 0;         // how many of the runs that have begun may not tell their end
   bool m_running = false;
   std::int64_t m_downloaded = 0;
   std::atomic<int> m_ends{0};
 };
 
-enum class Kind { kNone, kGood, kMissing, kRefused };  // none: not in the table
-
 class Witnesses final : public IDownloaderManagerCallBack {
  public:
   Witness& Of(std::int32_t id) { return m_witnesses.at(static_cast<std::size_t>(id)); }
-  // What the task is, told before it can report.
-  void SetKind(std::int32_t id, Kind kind) { m_kinds.at(static_cast<std::size_t>(id)) = kind; }
 
-  void OnTaskMessage(std::int32_t, const std::wstring&) override {}
-  void OnTaskValue(std::int32_t, std::int64_t value) override { EXPECT_EQ(value, kSize); }
+  void OnTaskMessage(std::int32_t id, const std::wstring&) override { Of(id).Tell(); }
+  void OnTaskValue(std::int32_t id, std::int64_t value) override {
+    Of(id).Tell();
+    EXPECT_EQ(value, test::kStormSize);
+  }
   void OnTaskProgress(std::int32_t id, std::int64_t downloaded, std::int64_t total,
                       std::int32_t) override {
     Of(id).Progress(downloaded, total);
   }
-  void OnTaskComplete(std::int32_t id, std::int32_t) override { End(id, kResultSuccess); }
-  void OnTaskFail(std::int32_t id, NsResultEnum result) override { End(id, result); }
-  void OnTaskStage(std::int32_t, std::int32_t, std::int32_t, std::int64_t) override {}
+  void OnTaskComplete(std::int32_t id, std::int32_t) override { Of(id).End(kResultSuccess); }
+  void OnTaskFail(std::int32_t id, NsResultEnum result) override { Of(id).End(result); }
+  void OnTaskStage(std::int32_t id, std::int32_t, std::int32_t, std::int64_t) override {
+    Of(id).Tell();
+  }
   void OnTaskStart(std::int32_t id) override { Of(id).Start(); }
 
  private:
-  void End(std::int32_t id, std::int32_t result) {
-    const bool good = m_kinds.at(static_cast<std::size_t>(id)) == Kind::kGood;
-    Of(id).End(result, good ? kResultSuccess : kResultNoRemoteInfo);
-  }
-
-  std::array<Witness, kIds + 1> m_witnesses;
-  std::array<std::atomic<Kind>, kIds + 1> m_kinds{};
+  std::array<Witness, test::kStormIds + 1> m_witnesses;
 };
 
-// One task as its thread knows it.
+// One task as it must be. Threads: whoever holds its mutex calls for it, and knows the answer.
 struct Model {
+  std::mutex mutex;
   Kind kind = Kind::kNone;
   bool stopped = false;  // and not continued since
 };
@@ -118,33 +152,28 @@ struct Model {
 class Storm {
  public:
   Storm() {
-    for (std::int32_t id = 1; id <= kIds; ++id) {
-      m_server.Serve(PathOf(id), test::Body(kSize)).Trickling(kBytesPerSecond);
-    }
+    test::ServeStorm(m_server);
     m_manager.SetCallBack(&m_witnesses);
   }
 
   void Rage(int operations) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([this, i, operations] { Run(i, operations / kThreads); });
-    }
+    test::Rage(operations, [this](std::mt19937& random, int thread) { Act(random, thread); });
   }
   // Lets what is left come to its end and looks at it.
   void Settle() {
-    std::array<int, kIds + 1> ends{};
-    for (std::int32_t id = 1; id <= kIds; ++id) {
+    std::array<int, test::kStormIds + 1> ends{};
+    for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
       Model& model = m_models.at(static_cast<std::size_t>(id));
       Pause(id, model);
       ends.at(static_cast<std::size_t>(id)) = m_witnesses.Of(id).ends();
       Continue(id, model);
     }
-    for (std::int32_t id = 1; id <= kIds; ++id) {
+    for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
       const Kind kind = m_models.at(static_cast<std::size_t>(id)).kind;
       if (kind != Kind::kGood && kind != Kind::kMissing) continue;
       while (m_witnesses.Of(id).ends() == ends.at(static_cast<std::size_t>(id))) os::SleepMs(5);
       if (kind != Kind::kGood) continue;
-      EXPECT_EQ(test::FileDifference(m_folder.File(NameOf(id)), test::Body(kSize)), "");
+      EXPECT_EQ(test::FileDifference(m_folder.File(NameOf(id)), test::Body(test::kStormSize)), "");
     }
   }
 
@@ -154,65 +183,68 @@ class Storm {
     return name += std::to_wstring(id);
   }
 
-  void Run(int thread, int operations) {
-    std::mt19937 random(static_cast<unsigned>(thread) + 1);
-    for (int i = 0; i < operations; ++i) {
-      const auto id = static_cast<std::int32_t>(thread * kIdsPerThread + 1 +
-                                                static_cast<int>(random() % kIdsPerThread));
-      Model& model = m_models.at(static_cast<std::size_t>(id));
-      switch (random() % 12) {
-        case 0:
-        case 1:
-        case 2:
-          AddGood(id, model);
-          break;
-        case 3:
-          AddMissing(id, model);
-          break;
-        case 4:
-          AddRefused(id, model, random() % 2 == 0);
-          break;
-        case 5:
-        case 6:
-          Pause(id, model);
-          break;
-        case 7:
-        case 8:
-          Continue(id, model);
-          break;
-        case 9:
-          Cancel(id, model);
-          break;
-        default:
-          Look(static_cast<std::int32_t>(random() % kIds) + 1);
-          break;
-      }
+  // One of the thread's own or of those that all share.
+  static std::int32_t Draw(std::mt19937& random, int thread) {
+    const auto below = [&random](int count) {
+      return static_cast<std::int32_t>(random() % static_cast<unsigned>(count));
+    };
+    return 1 + (below(2) == 0 ? thread * kIdsPerThread + below(kIdsPerThread)
+                              : test::kStormThreads * kIdsPerThread + below(kSharedIds));
+  }
+  void Act(std::mt19937& random, int thread) {
+    const std::int32_t id = Draw(random, thread);
+    Model& model = m_models.at(static_cast<std::size_t>(id));
+    const bool cancels = random() % 2 == 0;
+    const std::lock_guard guard(model.mutex);
+    switch (random() % 12) {
+      case 0:
+      case 1:
+      case 2:
+        Add(id, model, Kind::kGood, cancels);
+        break;
+      case 3:
+        Add(id, model, Kind::kMissing, cancels);
+        break;
+      case 4:
+        AddRefused(id, model, cancels);
+        break;
+      case 5:
+      case 6:
+        Pause(id, model);
+        break;
+      case 7:
+      case 8:
+        Continue(id, model);
+        break;
+      case 9:
+        Cancel(id, model);
+        break;
+      default:
+        Look(static_cast<std::int32_t>(random() % test::kStormIds) + 1);
+        break;
     }
   }
 
-  std::int32_t Add(std::int32_t id, const std::wstring& url) {
+  std::int32_t AddUrl(std::int32_t id, const std::wstring& url) {
     return m_manager.AddTask(url.c_str(), m_folder.path().c_str(), L"", id, L"", L"", 0);
   }
-  void AddGood(std::int32_t id, Model& model) {
-    Cancel(id, model);  // so that the reports of the one before cannot be taken for this one's
-    m_witnesses.SetKind(id, Kind::kGood);
-    m_witnesses.Of(id).Open();
-    EXPECT_EQ(Add(id, m_server.Url(PathOf(id))), id);
-    model = {Kind::kGood, false};
-  }
-  void AddMissing(std::int32_t id, Model& model) {
-    Cancel(id, model);
-    m_witnesses.SetKind(id, Kind::kMissing);
-    m_witnesses.Of(id).Open();
-    EXPECT_EQ(Add(id, m_server.Url("/missing")), id);
-    model = {Kind::kMissing, false};
+  void Add(std::int32_t id, Model& model, Kind kind, bool cancels) {
+    if (cancels) Cancel(id, model);
+    Witness& witness = m_witnesses.Of(id);
+    witness.Replace(kind);
+    EXPECT_EQ(AddUrl(id, m_server.Url(kind == Kind::kGood ? test::StormPathOf(id) : "/missing")),
+              id);
+    witness.Replaced();
+    model.kind = kind;
+    model.stopped = false;
   }
   // An empty URL takes the old task's place and is not started; one that is too long does nothing.
   void AddRefused(std::int32_t id, Model& model, bool empty) {
-    EXPECT_EQ(Add(id, empty ? std::wstring() : std::wstring(2048, L'u')), -1);
+    EXPECT_EQ(AddUrl(id, empty ? std::wstring() : std::wstring(2048, L'u')), -1);
     if (!empty) return;
     m_witnesses.Of(id).Close();
-    model = {Kind::kRefused, false};
+    model.kind = Kind::kRefused;
+    model.stopped = false;
   }
   void Pause(std::int32_t id, Model& model) {
     EXPECT_EQ(m_manager.PauseTask(id), 1);
@@ -221,69 +253,37 @@ class Storm {
   }
   void Continue(std::int32_t id, Model& model) {
     const bool can_run = model.kind == Kind::kGood || model.kind == Kind::kMissing;
-    if (can_run) m_witnesses.Of(id).Open();
+    if (can_run) m_witnesses.Of(id).Continue();
     // A refused task keeps its stop event and counts as running, until it has been stopped.
     const bool counts_as_running = model.kind == Kind::kRefused && !model.stopped;
     EXPECT_EQ(m_manager.ContinueTask(id), can_run || counts_as_running ? 1 : 0);
+    if (can_run) m_witnesses.Of(id).Continued();
     model.stopped = false;
   }
   void Cancel(std::int32_t id, Model& model) {
     EXPECT_EQ(m_manager.CancelTask(id), 1);
     m_witnesses.Of(id).Close();
-    model = {};
+    model.kind = Kind::kNone;
+    model.stopped = false;
   }
   void Look(std::int32_t id) {
     TaskProgressInfo info{};
     if (m_manager.GetTaskProgress(id, &info) == 0 || info.total < 0) return;
     EXPECT_EQ(info.id, id);
-    EXPECT_EQ(info.total, kSize);
-    EXPECT_LE(info.downloaded, kSize);
+    EXPECT_EQ(info.total, test::kStormSize);
+    EXPECT_LE(info.downloaded, test::kStormSize);
     EXPECT_TRUE(std::wstring(info.url).ends_with(NameOf(id)));
   }
 
   test::TempFolder m_folder;
   test::FaultServer m_server;
   Witnesses m_witnesses;
-  std::array<Model, kIds + 1> m_models;  // each its thread's, then the main thread's
+  std::array<Model, test::kStormIds + 1> m_models;
   DownloaderManager m_manager;
 };
 
-struct Usage {
-  int handles = test::OpenHandles();
-  int threads = test::RunningThreads();
-  long long allocations = test::LiveAllocations();
-};
-
-// Threads that were left behind to end by themselves get the time they need.
-Usage AwaitUsageOf(const Usage& before) {
-  Usage now;
-  for (int i = 0; i < 1000 && (now.threads > before.threads || now.handles > before.handles); ++i) {
-    os::SleepMs(10);
-    now = Usage();
-  }
-  return now;
-}
-
 TEST(StormTest, EightThreadsOverFortyTasksFindEverythingAsItMustBe) {
-  const int threads = test::RunningThreads();
-  {
-    Storm first;  // what is made once and kept
-    first.Rage(40);
-    first.Settle();
-  }
-  while (test::RunningThreads() > threads) os::SleepMs(5);
-  const Usage before;
-  const std::uint32_t forced = os::ForcedEnds();
-  {
-    Storm storm;
-    storm.Rage(kOperations);
-    storm.Settle();
-  }
-  const Usage after = AwaitUsageOf(before);
-  EXPECT_EQ(os::ForcedEnds(), forced);
-  EXPECT_LE(after.threads, before.threads);
-  EXPECT_LE(after.handles, before.handles);
-  EXPECT_LE(after.allocations, before.allocations + 20);
+  test::ExpectStormLeavesNothing<Storm>();
 }
 
 }  // namespace

@@ -189,6 +189,11 @@ bool RemoveFile(const std::wstring& path) {
   return true;
 }
 
+bool Exists(const std::wstring& path) {
+  struct stat status {};
+  return Stat(native::NativePath(path), status);
+}
+
 bool IsDirectory(const std::wstring& path) {
   struct stat status {};
   return Stat(native::NativePath(path), status) && S_ISDIR(status.st_mode);

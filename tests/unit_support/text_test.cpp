@@ -5,7 +5,6 @@
 #include <array>
 #include <clocale>
 #include <cstddef>
-#include <latch>
 #include <limits>
 #include <optional>
 #include <string>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "support/os/code_page.h"
+#include "tests/support/meeting.h"
 
 namespace Tarnlo {
 namespace {
@@ -70,16 +70,16 @@ TEST(NarrowToWideTest, ManyThreadsAtOnceKeepTheLocaleAndTheText) {
   std::wstring expected_there;
   std::thread([&] { expected_there = NarrowToWide(text); }).join();
   std::array<int, 8> wrong{};
-  std::latch together(static_cast<std::ptrdiff_t>(wrong.size()) + 1);
+  test::Meeting together(static_cast<int>(wrong.size()) + 1);
   {
     std::vector<std::jthread> threads;
     for (int& mine : wrong) {
       threads.emplace_back([&] {
-        together.arrive_and_wait();
+        together.Attend();
         mine = WrongConversions(text, expected_there);
       });
     }
-    together.arrive_and_wait();
+    together.Attend();
     EXPECT_EQ(WrongConversions(text, expected_here), 0);
   }
   EXPECT_EQ(wrong, (std::array<int, 8>{}));

@@ -116,6 +116,11 @@ bool RemoveFile(const std::wstring& path) {
   return DeleteFileW(NativePath(path).c_str()) != 0;
 }
 
+bool Exists(const std::wstring& path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return GetFileAttributesExW(NativePath(path).c_str(), GetFileExInfoStandard, &data) != 0;
+}
+
 bool IsDirectory(const std::wstring& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   return GetFileAttributesExW(NativePath(path).c_str(), GetFileExInfoStandard, &data) != 0 &&
