@@ -106,10 +106,10 @@ class FreeStorm {
       const std::wstring url = m_server.Url(what < 30 ? test::StormPathOf(id) : "/missing");
       const std::wstring folder = m_folder.path();
       Start(id, [&] {
-        return m_manager.AddTask(url.c_str(), folder.c_str(), L"", id, L"", L"", 0) != -1;
+        EXPECT_EQ(m_manager.AddTask(url.c_str(), folder.c_str(), L"", id, L"", L"", 0), id);
       });
     } else if (what < 55) {
-      Start(id, [&] { return m_manager.ContinueTask(id) >= 0; });
+      Start(id, [&] { m_manager.ContinueTask(id); });  // whether it is there is not known
     } else if (what < 70) {
       Stop(id, [&] { return m_manager.PauseTask(id); });
     } else if (what < 85) {
@@ -123,7 +123,7 @@ class FreeStorm {
   template <typename Call>
   void Start(std::int32_t id, Call call) {
     m_silences.Of(id).BeginStart();
-    EXPECT_TRUE(call());
+    call();
     m_silences.Of(id).EndStart();
   }
   template <typename Call>

@@ -12,6 +12,7 @@
 #include "tests/manager/recording_callback.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/gate.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo::test {
@@ -38,12 +39,18 @@ class ManagerTest : public testing::Test {
                               L"", 0);
   }
 
+  // Until no thread is left that this test's tasks have started.
+  void AwaitThreads() const {
+    while (RunningThreads() > m_threads) os::SleepMs(1);
+  }
+
   static constexpr std::int64_t kSize = 600'000;
   const Body kBody{kSize};
   Gate m_gate;
   TempFolder m_folder;
   FaultServer m_server;
   RecordingCallBack m_callback;
+  const int m_threads = RunningThreads();
   std::unique_ptr<DownloaderManager> m_manager;  // its end stops what still runs
 };
 

@@ -169,6 +169,11 @@ class Storm {
       Continue(id, model);
     }
     for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
+      TaskProgressInfo info{};
+      const bool known = m_models.at(static_cast<std::size_t>(id)).kind != Kind::kNone;
+      EXPECT_EQ(m_manager.GetTaskProgress(id, &info), known ? 1 : 0);
+    }
+    for (std::int32_t id = 1; id <= test::kStormIds; ++id) {
       const Kind kind = m_models.at(static_cast<std::size_t>(id)).kind;
       if (kind != Kind::kGood && kind != Kind::kMissing) continue;
       while (m_witnesses.Of(id).ends() == ends.at(static_cast<std::size_t>(id))) os::SleepMs(5);

@@ -6,9 +6,11 @@
 #include <string>
 
 #include "support/os/clock.h"
+#include "support/os/file.h"
 #include "support/os/system_folders.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/gate.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/recording_observer.h"
 #include "tests/support/temp_folder.h"
 
@@ -35,6 +37,10 @@ class TaskManagerTest : public testing::Test {
   void AwaitFinish() const {
     while (m_observer.EventsOf(kEventFinished).empty()) os::SleepMs(1);
   }
+  // Until no thread is left that this test's tasks have started.
+  void AwaitThreads() const {
+    while (test::RunningThreads() > m_threads) os::SleepMs(1);
+  }
   [[nodiscard]] std::int32_t CurrentId() const {
     TaskReading reading;
     return m_tasks.ReadCurrentTask(reading) ? reading.id : -1;
@@ -48,6 +54,7 @@ class TaskManagerTest : public testing::Test {
   test::TempFolder m_folder;
   test::FaultServer m_server;
   test::RecordingObserver m_observer;
+  const int m_threads = test::RunningThreads();
   CTaskManager m_tasks{&m_observer};
 };
 
@@ -167,6 +174,7 @@ TEST_F(TaskManagerTest, EndStopsTasksWhateverThePositionSays) {
   }
   const std::size_t told = m_observer.Events().size();
   m_gate.Open();
+  AwaitThreads();
   EXPECT_EQ(m_observer.Events().size(), told);
   EXPECT_EQ(m_observer.EventsOf(kEventFinished).size(), 0u);
 }
@@ -176,6 +184,9 @@ TEST_F(TaskManagerTest, PauseAndRemovalAreSilent) {
   ASSERT_TRUE(m_gate.AwaitArrivals());
   m_tasks.PauseTask(7);
   const std::size_t told = m_observer.Events().size();
+  m_gate.Open();
+  AwaitThreads();
+  EXPECT_EQ(m_observer.Events().size(), told);
   m_tasks.RemoveTask(7);
   EXPECT_EQ(m_observer.Events().size(), told);
   EXPECT_TRUE(m_observer.EventsOf(kEventFinished).empty());
@@ -186,6 +197,17 @@ TEST_F(TaskManagerTest, NullFolderIsTheTemporaryOneInTheRowAndRefusedByTheJob) {
   TaskReading reading;
   ASSERT_TRUE(m_tasks.ReadTask(7, reading));
   EXPECT_EQ(reading.folder, os::TempFolder(1040));
+}
+
+TEST_F(TaskManagerTest, TaskWithoutAFolderIsContinuedIntoTheTemporaryOne) {
+  constexpr wchar_t kName[] = L"tarnlo_task_without_a_folder.bin";
+  const std::wstring file = os::TempFolder(1040).value() + kName;
+  os::RemoveFile(file);
+  EXPECT_EQ(m_tasks.AddTask(m_server.Url("/f").c_str(), nullptr, kName, 7, L"", L"", 0), -1);
+  EXPECT_EQ(m_tasks.ContinueTask(7), 1);
+  AwaitFinish();
+  EXPECT_EQ(test::FileDifference(file, Body(100'000)), "");
+  EXPECT_TRUE(os::RemoveFile(file));
 }
 
 // Of each text one that just fits and one that does not.
