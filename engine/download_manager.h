@@ -120,7 +120,7 @@ class CDownloadManager final : public IWorkerOwner {
   bool WriteDownloadInfo();
   void UpdateDownloadInfo();
   bool FlushAtEnd();
-  void AwaitFlush();
+  bool AwaitFlush();
   [[nodiscard]] bool HasTrailer() const;
   bool SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const;
 

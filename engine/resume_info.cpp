@@ -77,12 +77,14 @@ bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint3
   return true;
 }
 
-// A flush that an earlier attempt, run or job left behind still has the file open.
-void CDownloadManager::AwaitFlush() {
+// A flush that an earlier attempt, run or job left behind still has the file open. False when a
+// stop came first: the file cannot be judged then.
+bool CDownloadManager::AwaitFlush() {
   m_records_to_save.clear();
   if (const std::shared_ptr<PendingFlush> flush = PendingFlush::Of(GetTempFilePath())) {
     WaitUnlessStopped(flush->done(), m_run_stop.get(), kLongestFlushMs);
   }
+  return !m_run_stop->IsSet();
 }
 
 // While workers write: copies the records, has the data they claim flushed, and writes the trailer

@@ -31,11 +31,10 @@ std::int32_t CDownloadManager::StartMTRDownload() {
     return m_run_stop->IsSet() ? kResultStopped : kResultNoRemoteInfo;
   }
   BuildTargetPath();
-  if (m_run_stop->Wait(kSettleMs)) {
+  if (m_run_stop->Wait(kSettleMs) || !AwaitFlush()) {
     kLog(3);
     return kResultStopped;
   }
-  AwaitFlush();
   bool resuming = false;
   if (m_restart) {
     kLog(4);
@@ -94,7 +93,10 @@ std::optional<std::int32_t> CDownloadManager::ResultOfExistingTarget() {
   } else {
     complete = CheckCdnFileSize(file.Size().value_or(0));
   }
-  if (!complete) return std::nullopt;
+  if (!complete) {
+    if (m_run_stop->IsSet()) return kResultStopped;
+    return std::nullopt;
+  }
   kLog(11);
   return kResultAlreadyComplete;
 }

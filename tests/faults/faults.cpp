@@ -42,11 +42,14 @@ std::array<Rule, os::kCalls> g_rules;
 Rule g_any;
 std::atomic<int> g_failed{0};
 std::atomic<int> g_last_failed{-1};
+constexpr int kNone = -1;
+std::atomic<int> g_held{kNone};
 std::atomic<std::uint32_t> g_divisor{1};
 std::atomic<std::uint32_t> g_watched_ms{os::kForever};
 std::atomic<std::uint32_t> g_watched_last_ms{os::kForever};
 std::atomic<int> g_waits{0};
 thread_local int t_without = 0;
+constexpr std::chrono::milliseconds kLook(2);
 
 // False when it is not so within a minute.
 template <typename Condition>
@@ -54,7 +57,7 @@ bool Await(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    std::this_thread::sleep_for(kLook);
   }
   return true;
 }
@@ -65,6 +68,7 @@ bool os::Fails(Call call) {
   if (!g_counting.load(std::memory_order_relaxed) || t_without > 0) return false;
   const bool any = g_any.Matches();
   const bool own = g_rules[static_cast<std::size_t>(call)].Matches();
+  while (g_held == static_cast<int>(call)) std::this_thread::sleep_for(kLook);
   if (!any && !own) return false;
   g_last_failed = static_cast<int>(call);
   ++g_failed;
@@ -92,12 +96,17 @@ Faults::Faults() {
 
 Faults::~Faults() {
   g_counting = false;
+  g_held = kNone;
   g_divisor = 1;
   g_watched_ms = os::kForever;
 }
 
 void Faults::Fail(os::Call call, int first, int times) {
   g_rules[static_cast<std::size_t>(call)].Set(first, times);
+}
+
+void Faults::Hold(os::Call call) {
+  g_held = static_cast<int>(call);
 }
 
 void Faults::FailAny(int nth) {

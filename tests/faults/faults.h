@@ -24,6 +24,8 @@ class Faults {
   // Of the calls of this kind from now on the `first`-th, from 1, and the ones after it fail,
   // `times` in all.
   void Fail(os::Call call, int first = 1, int times = 1);
+  // Calls of this kind do not go on, from now on until this is gone.
+  void Hold(os::Call call);
   // Of the calls of all kinds from now on the `nth` fails.
   void FailAny(int nth);
   // Waits for a single event take a part of their time.
