@@ -8,29 +8,16 @@
 #include <mutex>
 #include <random>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "manager/downloader_manager.h"
-#include "support/os/thread.h"
-#include "tests/manager/silent_callback.h"
+#include "tests/manager/throttled_files.h"
 #include "tests/manager/usage.h"
-#include "tests/support/fault_server.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
 namespace {
 
-constexpr int kThreads = 8;
-constexpr std::int32_t kIds = 40;
-constexpr int kOperations = 2000;
-constexpr std::int64_t kSize = 300'000;
-constexpr std::int64_t kBytesPerSecond = 100'000;  // of one connection
-
-std::string PathOf(std::int32_t id) {
-  std::string path = "/t";
-  return path += std::to_string(id);
-}
+constexpr std::int32_t kIds = test::ThrottledFiles::kIds;
 
 // Whether a task may tell anything: not after a call that stops it, unless another one that may
 // start it was under way meanwhile or came later.
@@ -96,21 +83,13 @@ class Silences final : public IDownloaderManagerCallBack {
 
 class FreeStorm {
  public:
-  FreeStorm() {
-    for (std::int32_t id = 1; id <= kIds; ++id) {
-      m_server.Serve(PathOf(id), test::Body(kSize)).Trickling(kBytesPerSecond);
-    }
-    m_manager.SetCallBack(&m_silences);
-  }
+  FreeStorm() { m_manager.SetCallBack(&m_silences); }
 
   void Rage(int operations) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([this, i, operations] {
-        std::mt19937 random(static_cast<unsigned>(i) + 1);
-        for (int done = 0; done < operations / kThreads; ++done) Act(random);
-      });
-    }
+    test::InStormThreads([this, operations](int thread) {
+      std::mt19937 random(static_cast<unsigned>(thread) + 1);
+      for (int done = 0; done < operations / test::kStormThreads; ++done) Act(random);
+    });
   }
   // Everything is stopped, and silent from then on.
   void End() {
@@ -125,7 +104,7 @@ class FreeStorm {
     const auto id = static_cast<std::int32_t>(random() % kIds) + 1;
     const auto what = random() % 100;
     if (what < 40) {
-      const std::wstring url = m_server.Url(what < 30 ? PathOf(id) : "/missing");
+      const std::wstring url = what < 30 ? m_files.UrlOf(id) : m_files.MissingUrl();
       const std::wstring folder = m_folder.path();
       Start(id, [&] {
         return m_manager.AddTask(url.c_str(), folder.c_str(), L"", id, L"", L"", 0) != -1;
@@ -168,35 +147,23 @@ class FreeStorm {
     TaskProgressInfo info{};
     if (m_manager.GetTaskProgress(id, &info) == 0 || info.total < 0) return;
     EXPECT_EQ(info.id, id);
-    EXPECT_EQ(info.total, kSize);
+    EXPECT_EQ(info.total, test::ThrottledFiles::kSize);
   }
 
   test::TempFolder m_folder;
-  test::FaultServer m_server;
+  test::ThrottledFiles m_files;
   Silences m_silences;
   DownloaderManager m_manager;
 };
 
 TEST(FreeStormTest, StoppedTasksAreSilentAndNothingIsLeft) {
-  const int threads = test::RunningThreads();
-  {
-    FreeStorm first;  // what is made once and kept
-    first.Rage(80);
-    first.End();
-  }
-  while (test::RunningThreads() > threads) os::SleepMs(5);
-  const test::Usage before;
-  const std::uint32_t forced = os::ForcedEnds();
-  {
-    FreeStorm storm;
-    storm.Rage(kOperations);
-    storm.End();
-  }
-  const test::Usage after = test::AwaitUsageOf(before);
-  EXPECT_EQ(os::ForcedEnds(), forced);
-  EXPECT_LE(after.threads, before.threads);
-  EXPECT_LE(after.handles, before.handles);
-  EXPECT_LE(after.allocations, before.allocations + 20);
+  test::ExpectNothingIsLeftBy(
+      [](int operations) {
+        FreeStorm storm;
+        storm.Rage(operations);
+        storm.End();
+      },
+      80, 2000);
 }
 
 }  // namespace

@@ -2,40 +2,25 @@
 // beforehand.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <mutex>
 #include <random>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "manager/downloader_manager.h"
 #include "support/os/clock.h"
-#include "support/os/thread.h"
-#include "tests/manager/live_allocations.h"
-#include "tests/support/fault_server.h"
-#include "tests/support/process_usage.h"
+#include "tests/manager/throttled_files.h"
+#include "tests/manager/usage.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
 namespace {
 
-constexpr int kThreads = 8;
-constexpr int kIdsPerThread = 5;
-constexpr int kIds = kThreads * kIdsPerThread;
-constexpr int kOperations = 2000;
-constexpr std::int64_t kSize = 300'000;
-constexpr std::int64_t kBytesPerSecond = 100'000;  // of one connection
-
-std::string PathOf(std::int32_t id) {
-  std::string path = "/t";
-  return path += std::to_string(id);
-}
+constexpr std::int32_t kIds = test::ThrottledFiles::kIds;
+constexpr int kIdsPerThread = kIds / test::kStormThreads;
+constexpr std::int64_t kSize = test::ThrottledFiles::kSize;
 
 // What a task has told since it was last started, and whether it may tell anything at all.
 //
@@ -117,18 +102,11 @@ struct Model {
 
 class Storm {
  public:
-  Storm() {
-    for (std::int32_t id = 1; id <= kIds; ++id) {
-      m_server.Serve(PathOf(id), test::Body(kSize)).Trickling(kBytesPerSecond);
-    }
-    m_manager.SetCallBack(&m_witnesses);
-  }
+  Storm() { m_manager.SetCallBack(&m_witnesses); }
 
   void Rage(int operations) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([this, i, operations] { Run(i, operations / kThreads); });
-    }
+    test::InStormThreads(
+        [this, operations](int thread) { Run(thread, operations / test::kStormThreads); });
   }
   // Lets what is left come to its end and looks at it.
   void Settle() {
@@ -197,14 +175,14 @@ class Storm {
     Cancel(id, model);  // so that the reports of the one before cannot be taken for this one's
     m_witnesses.SetKind(id, Kind::kGood);
     m_witnesses.Of(id).Open();
-    EXPECT_EQ(Add(id, m_server.Url(PathOf(id))), id);
+    EXPECT_EQ(Add(id, m_files.UrlOf(id)), id);
     model = {Kind::kGood, false};
   }
   void AddMissing(std::int32_t id, Model& model) {
     Cancel(id, model);
     m_witnesses.SetKind(id, Kind::kMissing);
     m_witnesses.Of(id).Open();
-    EXPECT_EQ(Add(id, m_server.Url("/missing")), id);
+    EXPECT_EQ(Add(id, m_files.MissingUrl()), id);
     model = {Kind::kMissing, false};
   }
   // An empty URL takes the old task's place and is not started; one that is too long does nothing.
@@ -242,48 +220,20 @@ class Storm {
   }
 
   test::TempFolder m_folder;
-  test::FaultServer m_server;
+  test::ThrottledFiles m_files;
   Witnesses m_witnesses;
   std::array<Model, kIds + 1> m_models;  // each its thread's, then the main thread's
   DownloaderManager m_manager;
 };
 
-struct Usage {
-  int handles = test::OpenHandles();
-  int threads = test::RunningThreads();
-  long long allocations = test::LiveAllocations();
-};
-
-// Threads that were left behind to end by themselves get the time they need.
-Usage AwaitUsageOf(const Usage& before) {
-  Usage now;
-  for (int i = 0; i < 1000 && (now.threads > before.threads || now.handles > before.handles); ++i) {
-    os::SleepMs(10);
-    now = Usage();
-  }
-  return now;
-}
-
 TEST(StormTest, EightThreadsOverFortyTasksFindEverythingAsItMustBe) {
-  const int threads = test::RunningThreads();
-  {
-    Storm first;  // what is made once and kept
-    first.Rage(40);
-    first.Settle();
-  }
-  while (test::RunningThreads() > threads) os::SleepMs(5);
-  const Usage before;
-  const std::uint32_t forced = os::ForcedEnds();
-  {
-    Storm storm;
-    storm.Rage(kOperations);
-    storm.Settle();
-  }
-  const Usage after = AwaitUsageOf(before);
-  EXPECT_EQ(os::ForcedEnds(), forced);
-  EXPECT_LE(after.threads, before.threads);
-  EXPECT_LE(after.handles, before.handles);
-  EXPECT_LE(after.allocations, before.allocations + 20);
+  test::ExpectNothingIsLeftBy(
+      [](int operations) {
+        Storm storm;
+        storm.Rage(operations);
+        storm.Settle();
+      },
+      40, 2000);
 }
 
 }  // namespace
