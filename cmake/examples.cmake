@@ -1,8 +1,12 @@
-# Hosts that use the public header and the import library, each of one file.
-file(GLOB examples CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/examples/*.cpp")
+# Hosts that use the public header and the import library: each file is one, and each folder.
+file(GLOB examples CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/examples/*")
 foreach(example IN LISTS examples)
   cmake_path(GET example STEM name)
-  add_executable(${name} "${example}")
+  set(sources "${example}")
+  if(IS_DIRECTORY "${example}")
+    file(GLOB sources CONFIGURE_DEPENDS "${example}/*.cpp")
+  endif()
+  add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE tarnlo tarnlo_options)
   target_link_options(${name} PRIVATE $<$<CONFIG:Release>:-s>)
 endforeach()

@@ -124,7 +124,7 @@ class CDownloadManager final : public IWorkerOwner {
   void UpdateDownloadInfo();
   void SaveStepByStep();
   void FlushAtEnd();
-  void AwaitFlush();
+  bool AwaitFlush();
   [[nodiscard]] bool HasTrailer() const;
   bool SaveTrailer(os::File file, const std::vector<RangeRecord>& records) const;
 

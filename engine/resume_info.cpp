@@ -78,12 +78,13 @@ bool CDownloadManager::ReadRecords(os::File& file, std::int64_t size, std::uint3
 }
 
 // A flush, which an earlier attempt, run or job may have left behind, still has the file open: what
-// is begun meanwhile would fail. However long the disk takes, unless a stop comes first.
-void CDownloadManager::AwaitFlush() {
+// is begun meanwhile would fail. However long the disk takes; false when a stop came first.
+bool CDownloadManager::AwaitFlush() {
   m_records_to_save.clear();
   if (const std::shared_ptr<PendingFlush> flush = PendingFlush::Of(GetTempFilePath())) {
     WaitUnlessStopped(flush->done(), m_run_stop.get(), os::kForever);
   }
+  return !m_run_stop->IsSet();
 }
 
 // While workers write. A save that memory does not suffice for is left out.

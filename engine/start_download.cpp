@@ -32,8 +32,7 @@ std::int32_t CDownloadManager::StartMTRDownload() {
     return m_run_stop->IsSet() ? kResultStopped : kResultNoRemoteInfo;
   }
   BuildTargetPath();
-  AwaitFlush();
-  if (m_run_stop->Wait(kSettleMs)) {
+  if (m_run_stop->Wait(kSettleMs) || !AwaitFlush()) {
     kLog(3);
     return kResultStopped;
   }
@@ -93,9 +92,11 @@ std::optional<std::int32_t> CDownloadManager::ResultOfExistingTarget() {
     complete = CompareFileVersion();
   } else {
     complete = CheckCdnFileSize(file.Size().value_or(0));
-    if (!complete && m_run_stop->IsSet()) return kResultStopped;
   }
-  if (!complete) return std::nullopt;
+  if (!complete) {
+    if (m_run_stop->IsSet()) return kResultStopped;
+    return std::nullopt;
+  }
   kLog(11);
   return kResultAlreadyComplete;
 }

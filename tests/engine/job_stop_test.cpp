@@ -4,11 +4,9 @@
 #include <chrono>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "support/sized_file.h"
 #include "tests/engine/job_fixture.h"
-#include "tests/faults/faults.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -50,18 +48,6 @@ TEST_F(StopTest, InTheProbeIsSilent) {
   ExpectSilence();
   EXPECT_EQ(JobLines(), kStoppedInProbe);
   EXPECT_TRUE(Files().empty());
-}
-
-TEST_F(StopTest, WhileTheSizesAreComparedLaysNothingOut) {
-  Serve("/f", Body(kSmall));
-  ASSERT_EQ(Download("/f"), kResultSuccess);
-  Faults faults;
-  faults.Hold(os::Call::kHead);
-  ASSERT_TRUE(Continue("/f"));
-  ASSERT_TRUE(faults.AwaitCalls(os::Call::kHead, 1));
-  Pause();
-  EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
-  EXPECT_EQ(Observer().CountOf(kEventFinished), 1u);
 }
 
 TEST_F(StopTest, DirectlyInTheFirstAttemptIsSilentToo) {

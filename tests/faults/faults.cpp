@@ -50,6 +50,7 @@ std::atomic<int> g_held{-1};        // the kind that does not come back
 std::atomic<int> g_holding{0};      // of it
 std::atomic<int> g_let_through{0};  // of it, from the first held on
 thread_local int t_without = 0;
+constexpr std::chrono::milliseconds kLook(2);
 
 // False when it is not so within a minute.
 template <typename Condition>
@@ -57,7 +58,7 @@ bool Await(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    std::this_thread::sleep_for(kLook);
   }
   return true;
 }
@@ -67,7 +68,7 @@ void StandStillIfHeld(os::Call call) {
   if (g_held != kind) return;
   const int number = ++g_holding;
   while (g_held == kind && g_let_through < number) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    std::this_thread::sleep_for(kLook);
   }
 }
 

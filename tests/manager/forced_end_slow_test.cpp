@@ -21,6 +21,19 @@ constexpr std::uint32_t kNeverMs = 0x7FFFFFFF;
 
 class SlowForcedEnd : public test::ManagerTest {
  protected:
+  // On a thread of task 7, once.
+  void GetStuck(std::int32_t id) {
+    if (id == 7 && !m_stuck.exchange(true)) os::SleepMs(kNeverMs);
+  }
+  // The pause of the task that is stuck in a callback, by one forced end.
+  void ExpectPauseByForceAfter(milliseconds least) {
+    ASSERT_EQ(Add(7, "/f"), 7);
+    while (!m_stuck) os::SleepMs(1);
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(m_manager->PauseTask(7), 1);
+    EXPECT_GE(steady_clock::now() - begin, least);
+    EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
+  }
   // Everything that can be done to tasks is done to this one and to another.
   void ExpectThatEverythingStillWorks() {
     m_manager->SetCallBack(&m_callback);
@@ -36,34 +49,23 @@ class SlowForcedEnd : public test::ManagerTest {
     EXPECT_EQ(m_manager->GetTaskCount(), 0);
   }
 
+ private:
   const std::uint32_t m_forced = os::ForcedEnds();
   std::atomic<bool> m_stuck{false};
 };
 
 TEST_F(SlowForcedEnd, JobThatDoesNotComeBackIsEndedAfterFiveSeconds) {
-  m_callback.on_start = [this](std::int32_t id) {
-    if (id == 7 && !m_stuck.exchange(true)) os::SleepMs(kNeverMs);
-  };
-  ASSERT_EQ(Add(7, "/f"), 7);
-  while (!m_stuck) os::SleepMs(1);
-  const auto begin = steady_clock::now();
-  EXPECT_EQ(m_manager->PauseTask(7), 1);
-  EXPECT_GE(steady_clock::now() - begin, milliseconds(4900));
-  EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
+  m_callback.on_start = [this](std::int32_t id) { GetStuck(id); };
+  ExpectPauseByForceAfter(milliseconds(4900));
   ExpectThatEverythingStillWorks();
 }
 
 TEST_F(SlowForcedEnd, WorkerThatDoesNotComeBackIsEndedAfterOneSecond) {
   constexpr std::int32_t kRangeProgress = 1;
   m_callback.on_stage = [this](std::int32_t id, std::int32_t, std::int32_t stage) {
-    if (id == 7 && stage == kRangeProgress && !m_stuck.exchange(true)) os::SleepMs(kNeverMs);
+    if (stage == kRangeProgress) GetStuck(id);
   };
-  ASSERT_EQ(Add(7, "/f"), 7);
-  while (!m_stuck) os::SleepMs(1);
-  const auto begin = steady_clock::now();
-  EXPECT_EQ(m_manager->PauseTask(7), 1);
-  EXPECT_GE(steady_clock::now() - begin, milliseconds(900));
-  EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
+  ExpectPauseByForceAfter(milliseconds(900));
   ExpectThatEverythingStillWorks();
 }
 

@@ -77,13 +77,7 @@ void StartTestLog() {
   static const FolderOfThisProcess folder;
 }
 
-LogReader::LogReader() {
-  StartTestLog();
-  m_begin = ReadLog().size();
-}
-
-std::vector<std::string> LogReader::AllLines() const {
-  const std::string text = ReadLog().substr(m_begin);
+std::vector<std::string> LinesIn(const std::string& text) {
   std::vector<std::string> lines;
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find("\r\n", begin), text.size());
@@ -91,6 +85,15 @@ std::vector<std::string> LogReader::AllLines() const {
     begin = end + 2;
   }
   return lines;
+}
+
+LogReader::LogReader() {
+  StartTestLog();
+  m_begin = ReadLog().size();
+}
+
+std::vector<std::string> LogReader::AllLines() const {
+  return LinesIn(ReadLog().substr(m_begin));
 }
 
 std::vector<std::string> LogReader::LinesOf(std::uint32_t thread_id) const {

@@ -11,6 +11,9 @@ namespace Tarnlo::test {
 // Starts the process's logger in a fresh temp folder, the first time; every reader does it too.
 void StartTestLog();
 
+// What each line of a log's text says, without line ends.
+std::vector<std::string> LinesIn(const std::string& text);
+
 // The lines written since it was made.
 //
 // Threads: any.

@@ -46,6 +46,24 @@ class CustomSocketTest : public testing::Test {
     return bytes;
   }
 
+  // Stops the call when it has looked at the stop event in vain: it fails soon and writes this
+  // line.
+  template <typename SocketCall>
+  void ExpectStopEnds(Call wait, SocketCall call, const std::string& line) {
+    os::Event stop;
+    m_socket.SetStopEvent(&stop);
+    const LogReader log;
+    const Faults faults;
+    std::jthread stopper([&] {
+      EXPECT_TRUE(faults.AwaitCalls(wait, 2));  // a look at the event came between
+      stop.Set();
+    });
+    const std::uint32_t begin = os::TickMs();
+    EXPECT_TRUE(call());
+    EXPECT_LT(os::TickMs() - begin, 500U);
+    EXPECT_EQ(log.LinesOfThisThread(), Lines{line});
+  }
+
   TestListener m_listener{"127.0.0.1", 0, 8};
   CCustomizeSocket m_socket;
   TestSocket m_peer;
@@ -180,34 +198,17 @@ TEST_F(CustomSocketTest, AddressIsTakenOnce) {
 
 TEST_F(CustomSocketTest, StopEndsAReceive) {
   Connect();
-  os::Event stop;
-  m_socket.SetStopEvent(&stop);
-  const LogReader log;
-  const Faults faults;
-  std::jthread stopper([&] {
-    EXPECT_TRUE(faults.AwaitCalls(Call::kWaitReadable, 2));  // a look at the event came between
-    stop.Set();
-  });
-  const std::uint32_t begin = os::TickMs();
-  EXPECT_EQ(m_socket.Receive(m_buffer.data(), 10), -1);
-  EXPECT_LT(os::TickMs() - begin, 500U);
-  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[INFO] CCustomizeSocket Receive err 6"});
+  ExpectStopEnds(
+      Call::kWaitReadable, [&] { return m_socket.Receive(m_buffer.data(), 10) == -1; },
+      "[INFO] CCustomizeSocket Receive err 6");
 }
 
 TEST_F(CustomSocketTest, StopEndsAConnect) {
   const test::FullListener listener;
-  os::Event stop;
-  m_socket.SetStopEvent(&stop);
-  const LogReader log;
-  const Faults faults;
-  std::jthread stopper([&] {
-    EXPECT_TRUE(faults.AwaitCalls(Call::kWaitWritable, 2));
-    stop.Set();
-  });
-  const std::uint32_t begin = os::TickMs();
-  EXPECT_FALSE(m_socket.Connect(AddressOf("127.0.0.1"), listener.port()));
-  EXPECT_LT(os::TickMs() - begin, 500U);
-  EXPECT_EQ(log.LinesOfThisThread(), Lines{"[WARN] CCustomizeSocket Connect 6"});
+  ExpectStopEnds(
+      Call::kWaitWritable,
+      [&] { return !m_socket.Connect(AddressOf("127.0.0.1"), listener.port()); },
+      "[WARN] CCustomizeSocket Connect 6");
 }
 
 TEST_F(CustomSocketTest, StopEndsASendThatFindsNoRoomWithoutALine) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -32,16 +31,6 @@ testing::AssertionResult AreLines(const std::string& bytes, const std::vector<st
   for (const std::string& text : texts) pattern += kTime + RegexEscaped(text) + "\r\n";
   if (std::regex_match(bytes, std::regex(pattern))) return testing::AssertionSuccess();
   return testing::AssertionFailure() << "written: " << bytes;
-}
-
-std::vector<std::string> LinesIn(const std::string& bytes) {
-  std::vector<std::string> lines;
-  for (std::size_t begin = 0; begin < bytes.size();) {
-    const std::size_t end = std::min(bytes.find("\r\n", begin), bytes.size());
-    lines.push_back(bytes.substr(begin, end - begin));
-    begin = end + 2;
-  }
-  return lines;
 }
 
 class SimpleLogTest : public testing::Test {
@@ -152,7 +141,7 @@ TEST_F(SimpleLogTest, LinesOfManyThreadsNeverMix) {
   }
   const std::regex whole(kTime + R"((\d) (\d+) ([a-h]+)\.)");
   std::vector<int> next(kThreads);
-  for (const std::string& line : LinesIn(Written())) {
+  for (const std::string& line : test::LinesIn(Written())) {
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(line, parts, whole));
     const auto thread = static_cast<std::size_t>(std::stoi(parts[2]));
@@ -287,7 +276,7 @@ TEST_F(LogBackupTest, LinesWrittenDuringBackupsAreAllKept) {
     for (int line = 0; line < kLines; ++line) Write("line " + std::to_string(line));
   });
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (LinesIn(Written()).empty() && std::chrono::steady_clock::now() < deadline) {
+  while (test::LinesIn(Written()).empty() && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::yield();
   }
   for (int i = 0; i < 20; ++i) m_log.BackUpWhenDue(At(23));
@@ -295,7 +284,7 @@ TEST_F(LogBackupTest, LinesWrittenDuringBackupsAreAllKept) {
   const std::regex whole(kTime + "line \\d+");
   std::size_t count = 0;
   for (const std::wstring& name : m_temp.Names()) {
-    for (const std::string& line : LinesIn(test::ReadFileBytes(m_temp.File(name)))) {
+    for (const std::string& line : test::LinesIn(test::ReadFileBytes(m_temp.File(name)))) {
       EXPECT_TRUE(std::regex_match(line, whole)) << line;
       ++count;
     }
