@@ -22,7 +22,7 @@ constexpr int kEvery = 1 << 20;
 
 struct Run {
   double seconds = 0;
-  int flushes = 0;
+  int flushes = 0;  // begun: a trailer follows each, unless the download ends before
 };
 
 Run RunOnce(const std::wstring& url, bool saving) {
@@ -48,24 +48,24 @@ int Compare(std::int64_t mebibytes, int rounds, int rate) {
   RunOnce(url, true);  // warms the disk's cache up
   std::vector<double> with;
   std::vector<double> without;
-  int saves = 0;
+  int flushes = 0;
   for (int round = 0; round < rounds; ++round) {
     // Which one comes first changes, so that neither has the better disk each time.
     for (const bool saving : {round % 2 == 0, round % 2 != 0}) {
       const Run run = RunOnce(url, saving);
       (saving ? with : without).push_back(MegabytesPerSecond(size, run.seconds));
-      if (saving) saves += run.flushes;
+      if (saving) flushes += run.flushes;
       std::printf("  round %d, %s: %7.1f MB/s in %5.1f s\n", round + 1,
                   saving ? "saving    " : "not saving", MegabytesPerSecond(size, run.seconds),
                   run.seconds);
     }
   }
-  std::printf("%-28s %8.1f MB/s, %d saves in %d downloads\n", "saving every 5 s", Median(with),
-              saves, rounds);
+  std::printf("%-28s %8.1f MB/s, %d flushes in %d downloads\n", "saving every 5 s", Median(with),
+              flushes, rounds);
   std::printf("%-28s %8.1f MB/s\n", "not saving", Median(without));
   std::printf("%-28s %8.3f\n", "ratio", Median(with) / Median(without));
-  if (saves == 0) std::printf("too short a download to be saved: the ratio says nothing\n");
-  return saves == 0 ? 1 : 0;
+  if (flushes == 0) std::printf("too short a download to be flushed: the ratio says nothing\n");
+  return flushes == 0 ? 1 : 0;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "support/compiler.h"
 #include "support/os/lock.h"
 
 namespace Tarnlo {
@@ -14,35 +15,31 @@ namespace Tarnlo {
 //
 // Threads: any.
 // Not recursive: no operation begins another.
-class OperationGate {
+class CAPABILITY("mutex") OperationGate {
  public:
   // False when the calling thread works for a job that is being stopped.
-  bool Enter();
-  void Leave();
+  bool Enter() TRY_ACQUIRE(true);
+  void Leave() RELEASE() NO_THREAD_SAFETY_ANALYSIS;
   // Whether no operation is under way.
   [[nodiscard]] bool idle() const { return m_idle; }
 
  private:
-  bool WaitForTurn();
+  bool WaitForTurn() TRY_ACQUIRE(true, m_mutex);
 
   os::KernelMutex m_mutex;
   std::atomic<bool> m_idle{true};
 };
 
-// One operation's turn, which may not have been granted.
-class OperationTurn {
+// Ends the turn of an operation that `Enter` has granted.
+class SCOPED_CAPABILITY OperationTurn {
  public:
-  explicit OperationTurn(OperationGate& gate) : m_gate(gate), m_granted(gate.Enter()) {}
-  ~OperationTurn() {
-    if (m_granted) m_gate.Leave();
-  }
+  explicit OperationTurn(OperationGate& gate) REQUIRES(gate) : m_gate(gate) {}
+  ~OperationTurn() RELEASE() { m_gate.Leave(); }
   OperationTurn(const OperationTurn&) = delete;
   OperationTurn& operator=(const OperationTurn&) = delete;
-  [[nodiscard]] bool granted() const { return m_granted; }
 
  private:
   OperationGate& m_gate;
-  const bool m_granted;
 };
 
 }  // namespace Tarnlo

@@ -31,7 +31,8 @@ bool IsOwnThreadOf(const CDownloadManager& job) {
 }  // namespace
 
 CTaskManager::~CTaskManager() {
-  const OperationTurn turn(m_gate);
+  std::optional<OperationTurn> turn;
+  if (m_gate.Enter()) turn.emplace(m_gate);
   const os::LockGuard guard(m_lock);
   for (const TaskEntry& row : m_rows) SilenceAndStop(*row.job);
   m_rows.clear();
@@ -56,8 +57,8 @@ std::int32_t CTaskManager::AddTask(const wchar_t* url, const wchar_t* folder,
       !Fits(file_name, kNameCapacity)) {
     return -1;
   }
+  if (!m_gate.Enter()) return -1;
   const OperationTurn turn(m_gate);
-  if (!turn.granted()) return -1;
   const os::LockGuard guard(m_lock);
   const auto old = FindRow(id);
   if (old != m_rows.end() && IsOwnThreadOf(*old->job)) return -1;
@@ -95,8 +96,8 @@ CTaskManager::TaskEntry& CTaskManager::AppendRow(std::int32_t id, const wchar_t*
 }
 
 std::int32_t CTaskManager::RemoveTask(std::int32_t id) {
+  if (!m_gate.Enter()) return 0;
   const OperationTurn turn(m_gate);
-  if (!turn.granted()) return 0;
   const os::LockGuard guard(m_lock);
   const auto row = FindRow(id);
   if (row != m_rows.end() && IsOwnThreadOf(*row->job)) return 0;
@@ -123,8 +124,8 @@ void CTaskManager::RemoveRow(std::int32_t id) {
 }
 
 std::int32_t CTaskManager::PauseTask(std::int32_t id) {
+  if (!m_gate.Enter()) return 0;
   const OperationTurn turn(m_gate);
-  if (!turn.granted()) return 0;
   const os::LockGuard guard(m_lock);
   const auto row = FindRow(id);
   if (row == m_rows.end()) return 1;
@@ -134,8 +135,8 @@ std::int32_t CTaskManager::PauseTask(std::int32_t id) {
 }
 
 std::int32_t CTaskManager::ContinueTask(std::int32_t id) {
+  if (!m_gate.Enter()) return 0;
   const OperationTurn turn(m_gate);
-  if (!turn.granted()) return 0;
   const os::LockGuard guard(m_lock);
   const auto row = FindRow(id);
   if (row == m_rows.end()) return 0;
@@ -150,8 +151,8 @@ std::int32_t CTaskManager::ContinueTask(std::int32_t id) {
 
 std::int32_t CTaskManager::CancelAllTasks() {
   if (m_position == 0) return 0;
+  if (!m_gate.Enter()) return 0;
   const OperationTurn turn(m_gate);
-  if (!turn.granted()) return 0;
   const os::LockGuard guard(m_lock);
   const bool own = std::any_of(m_rows.begin(), m_rows.end(),
                                [](const TaskEntry& row) { return IsOwnThreadOf(*row.job); });

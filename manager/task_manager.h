@@ -90,9 +90,9 @@ class CTaskManager {
   // Without an id: the current job's.
   template <typename Use>
   bool ReadRow(std::optional<std::int32_t> id, Use use) const;
-  void RemoveRow(std::int32_t id) REQUIRES(m_lock);
+  void RemoveRow(std::int32_t id) REQUIRES(m_gate, m_lock);
   TaskEntry& AppendRow(std::int32_t id, const wchar_t* version, const wchar_t* md5)
-      REQUIRES(m_lock);
+      REQUIRES(m_gate, m_lock);
   static void SilenceAndStop(CDownloadManager& job);
   static void Read(const TaskEntry& row, TaskReading& reading);
 

@@ -25,7 +25,10 @@
 #define REQUIRES_SHARED(...) TARNLO_THREAD_ANNOTATION(requires_shared_capability(__VA_ARGS__))
 #define ACQUIRE(...) TARNLO_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define ACQUIRE_SHARED(...) TARNLO_THREAD_ANNOTATION(acquire_shared_capability(__VA_ARGS__))
+#define TRY_ACQUIRE(...) TARNLO_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define TRY_ACQUIRE_SHARED(...) TARNLO_THREAD_ANNOTATION(try_acquire_shared_capability(__VA_ARGS__))
 #define RELEASE(...) TARNLO_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define RELEASE_SHARED(...) TARNLO_THREAD_ANNOTATION(release_shared_capability(__VA_ARGS__))
 #define RELEASE_GENERIC(...) TARNLO_THREAD_ANNOTATION(release_generic_capability(__VA_ARGS__))
+// For a lock that is made of another one, and for tests that keep one for ever.
+#define NO_THREAD_SAFETY_ANALYSIS TARNLO_THREAD_ANNOTATION(no_thread_safety_analysis)

@@ -147,6 +147,10 @@ simpleLog::~simpleLog() {
   m_backup_thread.WaitForEnd(os::kForever);
 }
 
+os::KernelMutex& simpleLog::Mutex() {
+  return *g_log_mutex;
+}
+
 std::wstring simpleLog::PathIn(std::wstring folder) {
   if (folder.empty()) return folder;
   if (folder.back() != L'\\') folder += L'\\';
@@ -176,8 +180,8 @@ void simpleLog::LogArguments(simpleLog* logger, int /*level*/, const char* forma
 void simpleLog::AppendLine(const char* prefix, const char* format, va_list arguments) {
   Formatted message;
   if (!message.Make(format, arguments)) return;
-  const os::KernelMutexGuard guard(*g_log_mutex, os::kForever);
-  if (!guard.held()) return;
+  if (!Mutex().Acquire(os::kForever)) return;
+  const os::AdoptMutexGuard guard(Mutex());
   const os::LocalTime now = os::LocalTimeNow();
   Formatted time;
   if (!time.Make("[%4d-%02d-%02d %d:%02d:%02d] ", now.year, now.month, now.day, now.hour,
@@ -226,8 +230,9 @@ bool simpleLog::BackUpWhenDue(const os::LocalTime& now) {
                        os::FileCreation::kOpenExisting);
     if (!file.valid() || file.Size().value_or(0) == 0) return true;
   }
-  const os::KernelMutexGuard guard(*g_log_mutex, os::kForever);
-  if (guard.held() && !MoveAside(now)) {
+  if (!Mutex().Acquire(os::kForever)) return true;
+  const os::AdoptMutexGuard guard(Mutex());
+  if (!MoveAside(now)) {
     std::printf("[simpleLog::Log] Cannot open the output file: %s", m_path.c_str());
   }
   return true;
@@ -243,8 +248,9 @@ void simpleLog::ShutDown() {
   if (!m_initialised.exchange(false)) return;
   m_stop.Set();
   if (m_has_thread.load()) m_backup_thread.WaitForEnd(kExitWaitMs);
-  const os::KernelMutexGuard guard(*g_log_mutex, kExitWaitMs);
-  if (guard.held()) MoveAside(os::LocalTimeNow());
+  if (!Mutex().Acquire(kExitWaitMs)) return;
+  const os::AdoptMutexGuard guard(Mutex());
+  MoveAside(os::LocalTimeNow());
 }
 
 void LogPrefixed(const char* prefix, const char* format, va_list arguments) {

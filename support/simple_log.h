@@ -59,15 +59,18 @@ class simpleLog {
   [[nodiscard]] const std::string& path() const { return m_path; }
 
  private:
+  // The process-wide one.
+  static os::KernelMutex& Mutex();
   static std::uint32_t RunBackups(void* logger);
   void AppendLine(const char* prefix, const char* format, va_list arguments);
-  // Under the log mutex. False when there is no log file afterwards.
-  bool MoveAside(const os::LocalTime& now);
+  // False when there is no log file afterwards.
+  bool MoveAside(const os::LocalTime& now) REQUIRES(Mutex());
   friend void LogPrefixed(const char* prefix, const char* format, va_list arguments);
 
   const std::string m_path;
   const std::wstring m_file;  // in the system's form, a backup's name included
-  std::wstring m_backup;      // room for a backup's name, made in advance; guarded by the log mutex
+  // Room for a backup's name, made in advance.
+  std::wstring m_backup GUARDED_BY(Mutex());
   os::Event m_stop;
   os::Lock m_start_lock;
   std::atomic<bool> m_initialised{false};  // from before the thread starts until the shutdown

@@ -62,34 +62,30 @@ class SCOPED_CAPABILITY AdoptSharedGuard {
 };
 
 // A mutex of the system: when its holder dies, the next to ask for it gets it.
-class KernelMutex {
+class CAPABILITY("mutex") KernelMutex {
  public:
   KernelMutex();
   KernelMutex(const KernelMutex&) = delete;
   KernelMutex& operator=(const KernelMutex&) = delete;
 
   // True when acquired within the time; abandoned counts as acquired.
-  bool Acquire(std::uint32_t milliseconds);
-  void Release();
+  bool Acquire(std::uint32_t milliseconds) TRY_ACQUIRE(true);
+  void Release() RELEASE();
 
  private:
   KernelHandle m_handle;
 };
 
-class KernelMutexGuard {
+// Lets go of a mutex that `Acquire` has got.
+class SCOPED_CAPABILITY AdoptMutexGuard {
  public:
-  KernelMutexGuard(KernelMutex& mutex, std::uint32_t milliseconds)
-      : m_mutex(mutex), m_held(mutex.Acquire(milliseconds)) {}
-  ~KernelMutexGuard() {
-    if (m_held) m_mutex.Release();
-  }
-  KernelMutexGuard(const KernelMutexGuard&) = delete;
-  KernelMutexGuard& operator=(const KernelMutexGuard&) = delete;
-  [[nodiscard]] bool held() const { return m_held; }
+  explicit AdoptMutexGuard(KernelMutex& mutex) REQUIRES(mutex) : m_mutex(mutex) {}
+  ~AdoptMutexGuard() RELEASE() { m_mutex.Release(); }
+  AdoptMutexGuard(const AdoptMutexGuard&) = delete;
+  AdoptMutexGuard& operator=(const AdoptMutexGuard&) = delete;
 
  private:
   KernelMutex& m_mutex;
-  bool m_held;
 };
 
 }  // namespace Tarnlo::os

@@ -11,6 +11,10 @@ namespace Tarnlo::test {
 
 inline constexpr int kChildNotStarted = -1;
 inline constexpr int kChildHung = -2;
+inline constexpr int kChildKilled = 137;  // as a shell has it
+inline constexpr int kChildRanNothing = 85;
+// In the environment of every child: one whose test does not exist, or was skipped, has failed.
+inline constexpr char kChildMark[] = "TARNLO_TEST_CHILD";
 
 // One test of this program, a disabled one too, with `temp_folder` as its temporary folder and with
 // these variables in its environment. What it prints is lost.
@@ -29,7 +33,8 @@ class ChildProcess {
 
   // Its exit code once it has ended; or that it could not be started; or that it still runs.
   int AwaitEnd(std::chrono::milliseconds patience);
-  // As the system ends a process: it gets to do nothing any more. Returns when it is gone.
+  // As the system ends a process: it gets to do nothing any more. Returns when it is gone. One that
+  // has ended, or could not be started, stays as it is.
   void Kill();
 
  private:

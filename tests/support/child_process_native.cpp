@@ -56,8 +56,10 @@ struct ChildProcess::Process {
   bool ended = false;
   int status = 0;
 
+  // One that was not started has no id, and a signal to -1 would be one to everybody.
+  [[nodiscard]] bool running() const { return id > 0 && !ended; }
   void Look(int how) {
-    if (!ended) ended = waitpid(id, &status, how) == id;
+    if (running()) ended = waitpid(id, &status, how) == id;
   }
 };
 
@@ -65,7 +67,8 @@ ChildProcess::ChildProcess(const std::string& test, const std::wstring& temp_fol
                            const Variables& variables)
     : m_process(std::make_unique<Process>()) {
   const std::string folder = LocalPath(temp_folder).string();
-  std::vector<std::string> environment{"TMPDIR=" + folder, "TARNLO_TEST_TEMP=" + folder};
+  std::vector<std::string> environment{"TMPDIR=" + folder, "TARNLO_TEST_TEMP=" + folder,
+                                       std::string(kChildMark) + "=1"};
   for (const auto& [name, value] : variables) environment.push_back(name + "=" + Narrow(value));
   AddOwnEnvironment(environment);
   m_process->id =
@@ -75,7 +78,7 @@ ChildProcess::ChildProcess(const std::string& test, const std::wstring& temp_fol
 }
 
 ChildProcess::~ChildProcess() {
-  if (m_process->id > 0 && !m_process->ended) Kill();
+  Kill();
 }
 
 int ChildProcess::AwaitEnd(std::chrono::milliseconds patience) {
@@ -88,11 +91,12 @@ int ChildProcess::AwaitEnd(std::chrono::milliseconds patience) {
   }
   if (!m_process->ended) return kChildHung;
   const int status = m_process->status;
+  static_assert(kChildKilled == 128 + SIGKILL);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 void ChildProcess::Kill() {
-  if (m_process->ended) return;
+  if (!m_process->running()) return;
   kill(m_process->id, SIGKILL);
   m_process->Look(0);
 }

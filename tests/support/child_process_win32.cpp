@@ -107,6 +107,7 @@ ChildProcess::ChildProcess(const std::string& test, const std::wstring& temp_fol
     : m_process(std::make_unique<Process>()) {
   std::map<std::wstring, std::wstring> changed;
   for (const wchar_t* name : {L"TMP", L"TEMP", L"TARNLO_TEST_TEMP"}) changed[name] = temp_folder;
+  changed[Widen(kChildMark)] = L"1";
   for (const auto& [name, value] : variables) changed[Widen(name)] = value;
   m_process->handle =
       Begin(L"\"" + ThisProgram() + L"\" --gtest_also_run_disabled_tests --gtest_brief=1 " +
@@ -115,7 +116,7 @@ ChildProcess::ChildProcess(const std::string& test, const std::wstring& temp_fol
 }
 
 ChildProcess::~ChildProcess() {
-  if (m_process->handle.valid()) Kill();
+  Kill();
 }
 
 int ChildProcess::AwaitEnd(std::chrono::milliseconds patience) {
@@ -130,7 +131,8 @@ int ChildProcess::AwaitEnd(std::chrono::milliseconds patience) {
 }
 
 void ChildProcess::Kill() {
-  TerminateProcess(m_process->handle.get(), 1);
+  if (!m_process->handle.valid()) return;
+  TerminateProcess(m_process->handle.get(), kChildKilled);
   WaitForSingleObject(m_process->handle.get(), INFINITE);
 }
 

@@ -1,31 +1,26 @@
-// What TCP calls differ in between systems, for test_socket.cpp alone.
+// TCP calls whose types or names differ between systems, for test_socket.cpp alone.
 #pragma once
-
-#ifdef _WIN32
-#include <winsock2.h>
-#include <ws2tcpip.h>
-#else
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#endif
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+
+#include "support/os/handle.h"
 
 namespace Tarnlo::test {
 
-#ifdef _WIN32
-using NativeSocket = SOCKET;
-#else
-using NativeSocket = int;
-#endif
+using NativeSocket = os::SocketHandle::Value;
 
-// Not blocking from now on.
-void SetNonBlocking(NativeSocket socket);
+// None of these sockets blocks. Not valid when the system refuses.
+os::SocketHandle ListenAt(const std::string& address, std::uint16_t port, int backlog);
+os::SocketHandle AcceptFrom(NativeSocket listener);
+std::uint16_t PortOf(NativeSocket listener);  // 0 when it is not valid
+
 // True when it became ready in time.
 bool AwaitSocket(NativeSocket socket, bool reading, std::uint32_t milliseconds);
-void SetSocketOption(NativeSocket socket, int name, const void* value, std::size_t size);
+void SetReceiveBufferOf(NativeSocket socket, int bytes);
+// Its close will be a reset.
+void ResetAtClose(NativeSocket socket);
 // As recv has it.
 int ReceiveFrom(NativeSocket socket, char* bytes, std::size_t capacity);
 // As send has it; 0 when it would block.

@@ -6,10 +6,6 @@
 #include <random>
 #include <system_error>
 
-#ifdef _WIN32
-#include <windows.h>
-#endif
-
 #include "tests/support/system.h"
 
 namespace Tarnlo::test {
@@ -56,15 +52,6 @@ std::vector<std::wstring> TempFolder::Names() const {
 bool FileExists(const std::wstring& path) {
   std::error_code ignored;
   return fs::exists(LocalPath(path), ignored);
-}
-
-std::optional<bool> FileIsHidden([[maybe_unused]] const std::wstring& path) {
-#ifdef _WIN32
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_HIDDEN) != 0;
-#else
-  return std::nullopt;
-#endif
 }
 
 std::string ReadFileBytes(const std::wstring& path) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,8 +29,6 @@ class TempFolder {
 };
 
 bool FileExists(const std::wstring& path);
-// Nothing where the system has no such mark.
-std::optional<bool> FileIsHidden(const std::wstring& path);
 std::string ReadFileBytes(const std::wstring& path);
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 

@@ -1,10 +1,12 @@
-// The server's side of TCP, for tests: all that is particular to a system is in the .cpp.
+// The server's side of TCP, for tests.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
+#include "support/os/handle.h"
 #include "support/os/net.h"
 
 namespace Tarnlo::test {
@@ -16,7 +18,7 @@ os::Ipv4Address AddressOf(const std::string& dotted);
 class TestSocket {
  public:
   TestSocket() = default;
-  explicit TestSocket(std::uintptr_t native) : m_handle(native) {}
+  explicit TestSocket(os::SocketHandle handle) : m_handle(std::move(handle)) {}
 
   [[nodiscard]] bool valid() const { return m_handle.valid(); }
   [[nodiscard]] bool WaitReadable(std::uint32_t milliseconds) const;
@@ -51,7 +53,7 @@ class TestListener {
  private:
   const bool m_network_started;
   os::SocketHandle m_handle;
-  std::uint16_t m_port = 0;
+  const std::uint16_t m_port;
 };
 
 }  // namespace Tarnlo::test

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/os/file.h"
+#include "tests/support/system.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo::os {
@@ -153,9 +154,9 @@ TEST_F(OsFileTest, SharingAllowsWhatItNames) {
 TEST_F(OsFileTest, HiddenFileIsMarkedAndCanBeMadeNormalAndRemoved) {
   test::WriteFileBytes(m_path, "abc");
   EXPECT_TRUE(SetHidden(m_path));
-  EXPECT_TRUE(test::FileIsHidden(m_path).value_or(true));
+  EXPECT_TRUE(test::IsHidden(m_path));
   EXPECT_TRUE(SetNormal(m_path));
-  EXPECT_FALSE(test::FileIsHidden(m_path).value_or(false));
+  EXPECT_FALSE(test::IsHidden(m_path));
   EXPECT_TRUE(SetHidden(m_path));
   EXPECT_TRUE(RemoveFile(m_path));
   EXPECT_FALSE(test::FileExists(m_path));
