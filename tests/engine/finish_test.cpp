@@ -30,8 +30,9 @@ class FinishTest : public JobTest {
     Job().SetMd5Check(true);
     Job().SetExpectedMd5(md5_list);
   }
-  // What the job says after the last byte.
+  // What the job says after the last byte, which the first attempt has brought.
   std::string LastLines() {
+    EXPECT_EQ(Attempts(), 1) << JobLines();
     const std::string lines = JobLines();
     return lines.substr(std::min(lines.find("T13 "), lines.size()));
   }
@@ -207,6 +208,7 @@ TEST_F(FinishTest, ServerThatSendsMoreThanItSaysFillsTheFileAndNoMore) {
   const Body body(kSmall);
   Serve("/f", body).RunningOver(5'000);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
 }
 
@@ -214,6 +216,7 @@ TEST_F(FinishTest, ServerThatSendsMoreOverOneConnectionFillsTheFileAndNoMore) {
   const Body body(kSmall);
   Serve("/f", body).IgnoringRanges().RunningOver(50'000);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
 }
 

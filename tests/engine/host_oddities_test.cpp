@@ -26,6 +26,7 @@ class HostOddity : public HostScenario {
   }
   void ExpectFile(HostScene& scene) {
     EXPECT_EQ(m_result, kResultSuccess);
+    scene.ExpectOneCleanAttempt();
     EXPECT_EQ(FileDifference(scene.Target(L"f"), Body(kSmall)), "");
   }
   // The name's URL with something in the place of "http://".

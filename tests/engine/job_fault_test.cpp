@@ -56,6 +56,7 @@ class JobFaultTest : public JobTest {
   void ExpectTheNextRunCompletes() {
     Observer().OnEach(nullptr);
     EXPECT_EQ(DownloadAgain("/f"), kResultSuccess);
+    ExpectOneCleanAttempt();
     ExpectTarget();
   }
 
@@ -212,6 +213,7 @@ TEST_F(FinishFaultTest, FileThatCannotBeCutInBothAttemptsIs9AndCostsNoByte) {
 TEST_F(FinishFaultTest, FileThatCannotBeOpenedAtFirstIsFinishedAllTheSame) {
   AtTheEnd([&] { m_faults.Fail(Call::kOpenFile, 1, 3); });
   EXPECT_EQ(Run(), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(m_faults.Failed(), 3);
   ExpectTarget();
 }
