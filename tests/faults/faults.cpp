@@ -3,8 +3,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
+#include "support/os/thread.h"
 #include "support/os/wait.h"
 
 namespace Tarnlo {
@@ -48,6 +53,19 @@ std::atomic<std::uint32_t> g_watched_last_ms{os::kForever};
 std::atomic<int> g_waits{0};
 thread_local int t_without = 0;
 
+struct AskedWait {
+  std::uint32_t thread_id = 0;
+  std::uint32_t milliseconds = 0;
+};
+std::mutex g_asked_mutex;
+std::vector<AskedWait> g_asked;
+
+void NoteWait(std::uint32_t milliseconds) {
+  if (!g_counting || t_without > 0 || milliseconds == 0) return;
+  const std::lock_guard guard(g_asked_mutex);
+  g_asked.push_back({os::CurrentThreadId(), milliseconds});
+}
+
 // False when it is not so within a minute.
 template <typename Condition>
 bool Await(Condition condition) {
@@ -59,10 +77,19 @@ bool Await(Condition condition) {
   return true;
 }
 
+// Set before the job runs.
+std::function<bool()> g_hold_condition;
+std::atomic<int> g_held_call{-1};
+
+void Hold(os::Call call) {
+  if (static_cast<int>(call) == g_held_call) Await(g_hold_condition);
+}
+
 }  // namespace
 
 bool os::Fails(Call call) {
   if (!g_counting.load(std::memory_order_relaxed) || t_without > 0) return false;
+  Hold(call);
   const bool any = g_any.Matches();
   const bool own = g_rules[static_cast<std::size_t>(call)].Matches();
   if (!any && !own) return false;
@@ -72,6 +99,7 @@ bool os::Fails(Call call) {
 }
 
 std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
+  NoteWait(milliseconds);
   if (milliseconds != os::kForever && milliseconds == g_watched_ms && t_without == 0) {
     ++g_waits;
     return g_watched_last_ms;
@@ -87,11 +115,16 @@ Faults::Faults() {
   g_any.Clear();
   g_failed = 0;
   g_last_failed = -1;
+  {
+    const std::lock_guard guard(g_asked_mutex);
+    g_asked.clear();
+  }
   g_counting = true;
 }
 
 Faults::~Faults() {
   g_counting = false;
+  g_held_call = -1;
   g_divisor = 1;
   g_watched_ms = os::kForever;
 }
@@ -102,6 +135,11 @@ void Faults::Fail(os::Call call, int first, int times) {
 
 void Faults::FailAny(int nth) {
   g_any.Set(nth, 1);
+}
+
+void Faults::HoldUntil(os::Call call, std::function<bool()> condition) {
+  g_hold_condition = std::move(condition);
+  g_held_call = static_cast<int>(call);
 }
 
 void Faults::DivideWaits(std::uint32_t divisor) {
@@ -132,6 +170,15 @@ int Faults::Waits() const {
 
 bool Faults::AwaitWaits(int count) const {
   return Await([&] { return Waits() >= count; });
+}
+
+std::vector<std::uint32_t> Faults::WaitsOf(std::uint32_t thread_id) const {
+  const std::lock_guard guard(g_asked_mutex);
+  std::vector<std::uint32_t> waits;
+  for (const AskedWait& asked : g_asked) {
+    if (asked.thread_id == thread_id) waits.push_back(asked.milliseconds);
+  }
+  return waits;
 }
 
 int Faults::Failed() const {
