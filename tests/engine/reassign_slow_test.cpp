@@ -84,8 +84,8 @@ TEST_P(SlowFastReassign, LosesNoByte) {
 INSTANTIATE_TEST_SUITE_P(TwoThousand, SlowFastReassign, testing::Range(0, 4));
 
 // Files of every order of size up to 64 MiB, in which whoever may fail fails: servers that answer
-// with an error, reset, close, send less than was asked for, or fall silent; connections and
-// threads that are refused.
+// with an error, reset, close, send less than was asked for, or fall silent; connections, threads
+// and writes that are refused.
 class SlowFailingReassign : public SlowReassign, public testing::WithParamInterface<int> {
  protected:
   static constexpr int kLeastGiven = 150;
@@ -137,9 +137,13 @@ class SlowFailingReassign : public SlowReassign, public testing::WithParamInterf
     m_faults.Fail(os::Call::kConnect, static_cast<int>(Random(1, 12)),
                   static_cast<int>(Random(1, 4)));
     m_faults.Fail(os::Call::kThread, static_cast<int>(Random(1, 4)));
+    m_faults.Fail(os::Call::kWrite, static_cast<int>(Random(1, 20)));
+    m_faults.Fail(os::Call::kWriteWhole, static_cast<int>(Random(1, 20)));
   }
   void RefuseNothing() {
-    for (const os::Call call : {os::Call::kConnect, os::Call::kThread, os::Call::kWaitReadable}) {
+    using os::Call;
+    for (const Call call :
+         {Call::kConnect, Call::kThread, Call::kWrite, Call::kWriteWhole, Call::kWaitReadable}) {
       m_faults.Fail(call, 1, 0);
     }
   }
