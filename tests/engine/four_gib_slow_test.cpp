@@ -67,6 +67,7 @@ TEST_P(SlowFourGib, LastMegabyteIsFetchedToItsPlaceAndNothingElse) {
   ASSERT_EQ(trailer.MissingBytes(), kMissing);
   Serve("/f", body);
   ASSERT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(SizeOf(Target(L"f")), body.size());
   EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
   std::vector<Interval> asked = RangesAskedFor();
@@ -97,6 +98,7 @@ TEST_F(SlowFourGibDownload, EveryByteIsRight) {
   while (Job().HasStopEvent()) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_EQ(AwaitResult(), kResultSuccess);
   AwaitRunEnd();
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
   EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
   std::printf(

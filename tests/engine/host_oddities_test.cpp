@@ -26,7 +26,12 @@ class HostOddity : public HostScenario {
   }
   void ExpectFile(HostScene& scene) {
     EXPECT_EQ(m_result, kResultSuccess);
+    scene.ExpectOneCleanAttempt();
     EXPECT_EQ(FileDifference(scene.Target(L"f"), Body(kSmall)), "");
+  }
+  static void ExpectBothAskedAndTheFirstFetchedFrom(HostScene& scene) {
+    EXPECT_EQ(scene.PassSteps(), (Steps{1, 4, 5, 6, 4, 5, 6, 7, 8, 9, 11}));
+    EXPECT_TRUE(scene.Requests().starts_with("HEAD1 HEAD2 GET1 ")) << scene.Requests();
   }
   // The name's URL with something in the place of "http://".
   void BeginWith(const std::wstring& scheme) {
@@ -66,8 +71,7 @@ TEST_F(HostOddity, UrlWithoutSchemeIsAskedAndFetchedAsAnyOther) {
   BeginWith(L"");
   HostScene& scene = Run(2, 2, ServeWell);
   ExpectFile(scene);
-  EXPECT_EQ(scene.PassSteps(), (Steps{1, 4, 5, 6, 4, 5, 6, 7, 8, 9, 11}));
-  EXPECT_TRUE(scene.Requests().starts_with("HEAD1 HEAD2 GET1 ")) << scene.Requests();
+  ExpectBothAskedAndTheFirstFetchedFrom(scene);
   EXPECT_TRUE(scene.TableHas({0, 1}));
 }
 
@@ -98,8 +102,7 @@ TEST_F(HostOddity, HttpsUrlWithAPortIsAskedAndFetchedThereWithoutEncryption) {
   BeginWith(L"https://");
   HostScene& scene = Run(2, 2, ServeWell);
   ExpectFile(scene);
-  EXPECT_EQ(scene.PassSteps(), (Steps{1, 4, 5, 6, 4, 5, 6, 7, 8, 9, 11}));
-  EXPECT_TRUE(scene.Requests().starts_with("HEAD1 HEAD2 GET1 ")) << scene.Requests();
+  ExpectBothAskedAndTheFirstFetchedFrom(scene);
 }
 
 // Port 443 gets the HEAD, in plain HTTP as well, and port 80 everything else.
@@ -175,8 +178,7 @@ TEST_F(HostOddity, NameOf255CharactersIsAskedAndFetched) {
       },
       2, ServeWell);
   ExpectFile(scene);
-  EXPECT_EQ(scene.PassSteps(), (Steps{1, 4, 5, 6, 4, 5, 6, 7, 8, 9, 11}));
-  EXPECT_TRUE(scene.Requests().starts_with("HEAD1 HEAD2 GET1 ")) << scene.Requests();
+  ExpectBothAskedAndTheFirstFetchedFrom(scene);
   for (const RecordedRequest& request : scene.Hosts()[0].Requests()) {
     EXPECT_TRUE(request.Header("Host").starts_with(name)) << request.bytes;
   }

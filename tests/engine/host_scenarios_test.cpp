@@ -44,6 +44,7 @@ class HostJob : public HostScenario {
   }
   void ExpectFile(HostScene& scene, const Body& body) {
     EXPECT_EQ(m_result, kResultSuccess);
+    scene.ExpectOneCleanAttempt();
     EXPECT_EQ(FileDifference(scene.Target(L"f"), body), "");
   }
   static int Sum(const Counts& counts) { return std::accumulate(counts.begin(), counts.end(), 0); }
@@ -170,6 +171,7 @@ TEST_F(HostJob, SecondJobAsksNobody) {
   scene.RenewJob();
   ASSERT_TRUE(scene.Begin("/g"));
   EXPECT_EQ(scene.End(), kResultSuccess);
+  scene.ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(scene.Target(L"g"), Body(kSmall, 2)), "");
   EXPECT_EQ(scene.PassSteps(), (Steps{1, 3}));
   for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(scene.RequestsTo(i, "HEAD"), 1);

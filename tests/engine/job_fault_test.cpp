@@ -2,10 +2,13 @@
 // completes the file. The pauses are a twentieth of their length.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <mutex>
 #include <numeric>
 #include <string>
+#include <vector>
 
 #include "tests/engine/job_fixture.h"
 #include "tests/faults/faults.h"
@@ -48,6 +51,16 @@ class JobFaultTest : public JobTest {
     EXPECT_EQ(Observer().CountOf(kEventFinished), 1u);
     return result;
   }
+  // What the job's thread asked for between its attempts, which here lasts a twentieth. The log has
+  // a line for each of the three turns, and for no other.
+  void ExpectOnePauseOfThreeSeconds() {
+    const auto started = Observer().StampsOf(kEventStarted);
+    ASSERT_FALSE(started.empty());
+    const std::vector<std::uint32_t> waits = m_faults.WaitsOf(started.back().thread);
+    static constexpr std::array<std::uint32_t, 6> kPause = {100, 1000, 100, 1000, 100, 1000};
+    EXPECT_NE(std::search(waits.begin(), waits.end(), kPause.begin(), kPause.end()), waits.end());
+    EXPECT_NE(JobLines().find(" T19 T22x3 T6 "), std::string::npos) << JobLines();
+  }
   void ExpectTarget() const {
     EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
     EXPECT_EQ(Files(), std::vector<std::wstring>{L"f"});
@@ -56,6 +69,7 @@ class JobFaultTest : public JobTest {
   void ExpectTheNextRunCompletes() {
     Observer().OnEach(nullptr);
     EXPECT_EQ(DownloadAgain("/f"), kResultSuccess);
+    ExpectOneCleanAttempt();
     ExpectTarget();
   }
 
@@ -65,6 +79,7 @@ class JobFaultTest : public JobTest {
 TEST_F(JobFaultTest, TemporaryFileThatIsNotCreatedTwiceIs9) {
   OnceTheLengthIsKnown([&](int) { m_faults.Fail(Call::kOpenFile, 3); });  // after two looks
   EXPECT_EQ(Run(), kResultFileFailed);
+  ExpectOnePauseOfThreeSeconds();
   EXPECT_EQ(JobLines(),
             "T1 T3 T4 T5 T6 S1 S5 S12 S17 S20 T7 T8 T10 F1 F16 T19 T22x3 "
             "T6 S1 S5 S12 S17 S20 T7 T8 T10 F1 F16 T19 T20 T2");
@@ -82,6 +97,7 @@ TEST_F(JobFaultTest, TemporaryFileWhoseEndIsNotReachedIs9) {
 TEST_F(JobFaultTest, TemporaryFileThatCannotBeExtendedTwiceIs10) {
   OnceTheLengthIsKnown([&](int) { m_faults.Fail(Call::kSetEnd); });
   EXPECT_EQ(Run(), kResultNoSpace);
+  ExpectOnePauseOfThreeSeconds();
   EXPECT_EQ(JobLines(),
             "T1 T3 T4 T5 T6 S1 S5 S12 S17 S19 T7 T8 T10 F1 F16 T19 T22x3 "
             "T6 S1 S5 S12 S17 S19 T7 T8 T10 F1 F16 T19 T20 T2");
@@ -103,6 +119,7 @@ TEST_F(JobFaultTest, WorkerThatCannotBeStartedTwiceIs6) {
     if (event.type == kEventRangeLength && event.code == 2) m_faults.Fail(Call::kThread);
   });
   EXPECT_EQ(Run(), kResultAssignmentFailed);
+  ExpectOnePauseOfThreeSeconds();
   const std::string lines = JobLines();
   EXPECT_TRUE(
       lines.starts_with("T1 T3 T4 T5 T6 S1 S5 S12 S17 A1 A5 A7 A8 A9 A10 A9x5 A11x3 A12 S21 "
@@ -129,6 +146,7 @@ TEST_F(JobFaultTest, WaitThatCannotBeMadeTwiceIs15) {
     if (event.type == kEventRangeLength && event.code == 5) m_faults.Fail(Call::kWait);
   });
   EXPECT_EQ(Run(), kResultWaitFailed);
+  ExpectOnePauseOfThreeSeconds();
   const std::string lines = JobLines();
   EXPECT_TRUE(lines.ends_with("A11x6 S22 T7 T12 F1 F16 T19 T20 T2")) << lines;
   EXPECT_EQ(ReadTrailer(Temporary(L"f"), kSmall).count, 6u);
@@ -151,6 +169,7 @@ class FinishFaultTest : public JobFaultTest {
   }
   void ExpectTwoFailedEnds(const std::string& end) {
     EXPECT_EQ(Run(), kResultFileFailed);
+    ExpectOnePauseOfThreeSeconds();
     EXPECT_EQ(JobLines(),
               Lines({"T1 T3 T4 T5 T6 S1 S5 S12 S17 ", kPlanned, end, "T22x3 T6 S1 S5 S12 S13 S14 ",
                      "S15 R1 R2 R3 R4 R5 R6 R7 R8 S16 A1 A11x6 S22 T7 T12 ", end, "T20 T2"}));
@@ -159,6 +178,15 @@ class FinishFaultTest : public JobFaultTest {
     const std::size_t asked = RangesAskedFor().size();
     ExpectTheNextRunCompletes();
     EXPECT_EQ(RangesAskedFor().size(), asked);
+  }
+  // After so many refused calls, and without fetching a byte again.
+  void ExpectTheNextAttemptToFinish(const std::string& first_end, int refused) {
+    EXPECT_EQ(Run(), kResultSuccess);
+    EXPECT_EQ(m_faults.Failed(), refused);
+    const std::string lines = JobLines();
+    EXPECT_NE(lines.find(first_end), std::string::npos) << lines;
+    EXPECT_EQ(RangesAskedFor().size(), 6u);
+    ExpectTarget();
   }
 
  private:
@@ -176,21 +204,13 @@ TEST_F(FinishFaultTest, RenameThatIsRefusedFourTimesInBothAttemptsIs9AndCostsNoB
 TEST_F(FinishFaultTest, RenameThatIsRefusedAndAFlushThatCannotOpenTheFileCostNoByte) {
   m_faults.Fail(Call::kRename, 1, 4);
   AtTheEnd([&] { m_faults.Fail(Call::kOpenFile, 2); });  // the first is the cut's
-  EXPECT_EQ(Run(), kResultSuccess);
-  EXPECT_EQ(m_faults.Failed(), 5);
-  const std::string lines = JobLines();
-  EXPECT_NE(lines.find("F2 F3 F4 F5 F6 F16 T19 T22x3 T6 "), std::string::npos) << lines;
-  EXPECT_EQ(RangesAskedFor().size(), 6u);
-  ExpectTarget();
+  ExpectTheNextAttemptToFinish("F2 F3 F4 F5 F6 F16 T19 T22x3 T6 ", 5);
 }
 
 TEST_F(FinishFaultTest, NoThreadForTheFlushCostsNoByte) {
   m_faults.Fail(Call::kRename, 1, 4);
   AtTheEnd([&] { m_faults.Fail(Call::kThread); });
-  EXPECT_EQ(Run(), kResultSuccess);
-  EXPECT_EQ(m_faults.Failed(), 5);
-  EXPECT_EQ(RangesAskedFor().size(), 6u);
-  ExpectTarget();
+  ExpectTheNextAttemptToFinish("F2 F3 F4 F5 F6 F16 T19 T22x3 T6 ", 5);
 }
 
 TEST_F(FinishFaultTest, RenameThatSucceedsTheFourthTimeIsAFinishedFile) {
@@ -212,18 +232,14 @@ TEST_F(FinishFaultTest, FileThatCannotBeCutInBothAttemptsIs9AndCostsNoByte) {
 TEST_F(FinishFaultTest, FileThatCannotBeOpenedAtFirstIsFinishedAllTheSame) {
   AtTheEnd([&] { m_faults.Fail(Call::kOpenFile, 1, 3); });
   EXPECT_EQ(Run(), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(m_faults.Failed(), 3);
   ExpectTarget();
 }
 
 TEST_F(FinishFaultTest, FileThatCannotBeOpenedFourTimesIsFinishedByTheNextAttempt) {
   AtTheEnd([&] { m_faults.Fail(Call::kOpenFile, 1, 4); });
-  EXPECT_EQ(Run(), kResultSuccess);
-  EXPECT_EQ(m_faults.Failed(), 4);
-  const std::string lines = JobLines();
-  EXPECT_NE(lines.find("T13 T14 F2 F8 F16 T19 T22x3 T6 "), std::string::npos) << lines;
-  EXPECT_EQ(RangesAskedFor().size(), 6u);
-  ExpectTarget();
+  ExpectTheNextAttemptToFinish("T13 T14 F2 F8 F16 T19 T22x3 T6 ", 4);
 }
 
 TEST_F(FinishFaultTest, TargetThatCannotBeHashedForWantOfMemoryIsFetchedAgain) {

@@ -161,6 +161,7 @@ TestJob::TestJob() : m_server(std::make_unique<FaultServer>()), m_forced_ends(os
 
 TestJob::~TestJob() {
   m_job.reset();
+  ExpectNoFalseSum();
   EXPECT_EQ(os::ForcedEnds(), m_forced_ends);
   EXPECT_FALSE(m_observer.SawStrangeParameter());
 }
@@ -181,15 +182,19 @@ bool TestJob::Start(const std::string& path, const std::wstring& name, bool rest
   return StartAt(m_server->Url(path), name, restart);
 }
 
-bool TestJob::StartAt(const std::wstring& url, const std::wstring& name, bool restart) {
+void TestJob::BeginLog() {
+  ExpectNoFalseSum();  // of the run before
   m_told_before = m_observer.CountOf(kEventFinished);
   m_log = std::make_unique<LogReader>();
+}
+
+bool TestJob::StartAt(const std::wstring& url, const std::wstring& name, bool restart) {
+  BeginLog();
   return m_job->Download(url.c_str(), Folder().c_str(), name.c_str(), kTaskId, restart);
 }
 
 bool TestJob::StartInto(const std::wstring& folder, const std::string& path) {
-  m_told_before = m_observer.CountOf(kEventFinished);
-  m_log = std::make_unique<LogReader>();
+  BeginLog();
   return m_job->Download(m_server->Url(path).c_str(), folder.c_str(), L"", kTaskId, false);
 }
 
@@ -212,6 +217,14 @@ void TestJob::AwaitRunEnd() {
   m_job->Stop();  // waits for the thread's last line
 }
 
+void TestJob::AwaitDownloaded(std::int64_t bytes) const {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (m_job->Progress().downloaded < bytes && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_GE(m_job->Progress().downloaded, bytes);
+}
+
 std::int32_t TestJob::Download(const std::string& path, const std::wstring& name, bool restart) {
   EXPECT_TRUE(Start(path, name, restart));
   const std::int32_t result = AwaitResult();
@@ -222,6 +235,29 @@ std::int32_t TestJob::Download(const std::string& path, const std::wstring& name
 std::int32_t TestJob::DownloadAgain(const std::string& path) {
   EXPECT_TRUE(m_job->RenewStopEvent());
   return Download(path);
+}
+
+std::ptrdiff_t TestJob::Attempts() const {
+  return std::ranges::count(JobThreadLines(), "[INFO] ThreadProc_DownloadMTR 6");
+}
+
+void TestJob::ExpectOneCleanAttempt() const {
+  const std::vector<std::int64_t> told = m_observer.NumbersOf(kEventFinished);
+  ASSERT_EQ(told.size(), m_told_before + 1);
+  EXPECT_EQ(told.back(), kResultSuccess);
+  EXPECT_EQ(Attempts(), 1) << JobLines();
+  EXPECT_EQ(JobLines().find(" F16"), std::string::npos) << JobLines();
+}
+
+// A sum that exceeds the file deletes it, as a wrong digest does, which is said before.
+void TestJob::ExpectNoFalseSum() const {
+  if (m_log == nullptr) return;
+  const std::string lines = JobLines();
+  EXPECT_EQ(lines.find(" T15"), std::string::npos) << lines;
+  constexpr std::string_view kWrongDigest = " F14 F16";
+  for (std::size_t at = 0; (at = lines.find(" T17 ", at)) != std::string::npos; ++at) {
+    EXPECT_TRUE(std::string_view(lines).substr(0, at).ends_with(kWrongDigest)) << lines;
+  }
 }
 
 void TestJob::StopPromptly() {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -106,10 +107,17 @@ class TestJob {
   // What the run tells as its end.
   std::int32_t AwaitResult();
   void AwaitRunEnd();  // told or silent
+  // Until the job has that many bytes, written or collected.
+  void AwaitDownloaded(std::int64_t bytes) const;
   // A whole run.
   std::int32_t Download(const std::string& path, const std::wstring& name = L"",
                         bool restart = false);
   std::int32_t DownloadAgain(const std::string& path);
+  // The last run has told its success, and its first attempt led there: no byte was fetched twice
+  // because an attempt had thought a good file bad.
+  void ExpectOneCleanAttempt() const;
+  // The attempts that the last run began.
+  [[nodiscard]] std::ptrdiff_t Attempts() const;
   // Each stop must take less than half of what it is given.
   void StopPromptly();
   void Pause();  // silent
@@ -129,6 +137,11 @@ class TestJob {
   [[nodiscard]] std::vector<Interval> RangesAskedFor(std::size_t first = 0) const;
 
  private:
+  void BeginLog();
+  // Whatever a server does, the sum of what the workers have never exceeds the file, and a run
+  // whose sum is right has no range that is not.
+  void ExpectNoFalseSum() const;
+
   std::list<Gate> m_gates;
   std::unique_ptr<FaultServer> m_server;
   TempFolder m_folder;

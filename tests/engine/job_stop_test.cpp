@@ -5,8 +5,9 @@
 #include <string>
 #include <thread>
 
-#include "support/sized_file.h"
 #include "tests/engine/job_fixture.h"
+#include "tests/faults/faults.h"
+#include "transfer/current_job.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -25,7 +26,9 @@ TEST_F(StopTest, JobThatNeverRanStopsAtOnceAndTwice) {
   StopPromptly();
 }
 
-TEST_F(StopTest, BeforeTheThreadsFirstLineIsSilent) {
+// As early as a stop can come: some rounds end before the thread's first line, some on its first
+// steps.
+TEST_F(StopTest, RightAfterTheStartIsSilent) {
   Serve("/f", Body(kSmall));
   for (int round = 0; round < 50; ++round) {
     if (!Job().HasStopEvent()) {
@@ -37,6 +40,19 @@ TEST_F(StopTest, BeforeTheThreadsFirstLineIsSilent) {
     EXPECT_TRUE(Job().IsStopping());
     ExpectSilence();
   }
+}
+
+// On its very first lines, which it leaves only when the stop has been signalled.
+TEST_F(StopTest, OnTheThreadsFirstLinesIsSilentAndAsksNobody) {
+  Serve("/f", Body(kSmall));
+  Observer().OnEach([](const TaskEvent& event) {
+    while (event.type == kEventStarted && !CurrentThreadIsStopped()) std::this_thread::yield();
+  });
+  ASSERT_TRUE(Start("/f"));
+  Pause();
+  ExpectSilence();
+  EXPECT_EQ(JobLines(), kStoppedInProbe);
+  EXPECT_TRUE(Server().Requests().empty());
 }
 
 TEST_F(StopTest, InTheProbeIsSilent) {
@@ -71,8 +87,10 @@ TEST_F(StopTest, InARedirectChainWithoutEndIsSilent) {
 
 TEST_F(StopTest, BetweenProbeAndPlanIsSilentAndMakesNoFile) {
   Serve("/f", Body(kSmall));
-  Observer().OnEach([this](const TaskEvent& event) {
-    while (event.type == kEventContentLength && !Job().IsStopping()) std::this_thread::yield();
+  Observer().OnEach([](const TaskEvent& event) {
+    while (event.type == kEventContentLength && !CurrentThreadIsStopped()) {
+      std::this_thread::yield();
+    }
   });
   ASSERT_TRUE(Start("/f"));
   ASSERT_TRUE(Observer().AwaitCount(kEventRemoteName, 1));
@@ -82,18 +100,21 @@ TEST_F(StopTest, BetweenProbeAndPlanIsSilentAndMakesNoFile) {
   EXPECT_TRUE(Files().empty());
 }
 
+// The first block of the file arrives when the stop has been signalled.
 TEST_F(StopTest, WhileTheTargetIsHashedIsSilentAndLeavesIt) {
-  constexpr std::int64_t kLarge = std::int64_t{1} << 31;
-  ASSERT_EQ(CreateSizedFile(Target(L"f"), kLarge), SizedFileResult::kDone);
-  Serve("/f", Body(kSmall));
+  const Body body(kSmall);
+  WriteFileBytes(Target(L"f"), body.Bytes(0, kSmall));
+  Serve("/f", body);
   Job().SetMd5Check(true);
-  Job().SetExpectedMd5(std::wstring(32, L'0'));
+  Job().SetExpectedMd5(Md5Of(body));
+  Faults faults;
+  faults.HoldUntil(os::Call::kRead, &CurrentThreadIsStopped);
   ASSERT_TRUE(Start("/f"));
   ASSERT_TRUE(Log().Await("CDownloadManager StartMTRDownload 7"));
   Pause();
   ExpectSilence();
   EXPECT_EQ(JobLines(), "T1 T3 T4 T5 T6 S1 S5 S6 S7 T7 T8 T10 F1 F16 T19 T22 T23 T2");
-  EXPECT_EQ(SizeOf(Target(L"f")), kLarge);
+  EXPECT_EQ(FileDifference(Target(L"f"), body), "");
 }
 
 TEST_F(StopTest, WhileWorkersReceiveIsSilentAndLeavesTheTrailer) {

@@ -189,6 +189,7 @@ TEST_F(JobTest, TargetOfAnotherSizeIsReplaced) {
   EXPECT_EQ(Download("/f"), kResultSuccess);
   EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
   EXPECT_NE(JobLines().find("=? 5 S12 S17"), std::string::npos) << JobLines();
+  ExpectOneCleanAttempt();
 }
 
 TEST_F(JobTest, RequiredVersionAloneDecidesAboutTheTarget) {
@@ -227,6 +228,7 @@ TEST_F(JobTest, ASecondRunOfAJobReleasesTheFirst) {
   ASSERT_TRUE(Job().RenewStopEvent());
   Serve("/g", Body(kSmall, 3));
   EXPECT_EQ(Download("/g"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"g"), Body(kSmall, 3)), "");
 }
 

@@ -97,6 +97,19 @@ TEST(Md5Test, EveryLengthTo200AgreesWithTheReference) {
   }
 }
 
+// Letters and digits over and over: from `printf %s TEXT | md5sum` for each length, and md5sum of
+// these 201 digests, in capitals, one a line.
+TEST(Md5Test, EveryLengthTo200AgreesWithMd5sum) {
+  std::string text;
+  std::string digests;
+  for (std::size_t length = 0; length <= 200; ++length) {
+    const std::wstring digest = Md5Of(text);
+    digests.append(digest.begin(), digest.end()).append("\n");
+    text += "abcdefghijklmnopqrstuvwxyz0123456789"[length % 36];
+  }
+  EXPECT_EQ(Md5Of(digests), L"269F8C17820AB0F6B90876E0925296DF");
+}
+
 // From `head -c N /dev/zero | md5sum`.
 TEST(Md5Test, ZeroesAround64MiBAgreeWithMd5sum) {
   const std::string zeroes((64U << 20) + 1, '\0');

@@ -2,9 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "tests/engine/table_fixture.h"
+#include "tests/faults/faults.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -161,6 +165,129 @@ TEST_F(ReassignTest, CompleteRangeIsNeverGivenAgain) {
   EXPECT_EQ(Table().Remaining(true), 0);
 }
 
+// --- New owners that cannot be started ----------------------------------------------------------
+
+class RefusedStart : public ReassignTest {
+ protected:
+  // What the cut took from worker 1 waits, and goes to whoever is free first, which is worker 1.
+  void ExpectTheCutToBeFetchedByTheDonor() {
+    Table().CloseThread(0);
+    const RangeRecord cut = Table().Records()[0];
+    EXPECT_EQ(cut, (RangeRecord{m_size - 51'200, 51'200, 0}));
+    EXPECT_FALSE(Table().succeeded(0));
+    EXPECT_FALSE(Table().AllRangesDone());
+    EXPECT_TRUE(Table().succeeded(1));
+    const auto waiting = Table().FindLargestRemaining();
+    ASSERT_TRUE(waiting.has_value());
+    EXPECT_EQ(waiting->index, 0);
+    EXPECT_EQ(waiting->remaining, 51'200);
+    EXPECT_FALSE(waiting->running);
+    EXPECT_EQ(RunToTheEnd(), 1);
+    EXPECT_EQ(Table().Records()[1], (RangeRecord{cut.start, cut.length, cut.length}));
+    EXPECT_TRUE(Table().AllRangesDone());
+    EXPECT_EQ(Table().Remaining(true), 0);
+    EXPECT_EQ(FileDifference(File(), Body(m_size)), "");
+    EXPECT_EQ(m_faults.Failed(), 1);
+  }
+
+  Faults m_faults;
+};
+
+TEST_F(RefusedStart, LeavesTheBytesBeyondTheCutToTheDonorWhenItGetsThere) {
+  StartWithDonor(102'400);
+  m_faults.Fail(os::Call::kThread);
+  EXPECT_FALSE(Table().Reassign(0));
+  EXPECT_EQ(Table().Remaining(true), 102'400);
+  m_gate->Open();
+  AwaitEndOf(1);
+  ExpectTheCutToBeFetchedByTheDonor();
+}
+
+// The cut is made, and the new owner is about to be told its length.
+TEST_F(RefusedStart, LeavesTheBytesBeyondTheCutToTheDonorThatHasEndedThereMeanwhile) {
+  StartWithDonor(102'400);
+  Observer().OnEach([&](const TaskEvent& event) {
+    if (event.type != kEventRangeLength || event.code != 0) return;
+    m_gate->Open();
+    AwaitEndOf(1);
+    m_faults.Fail(os::Call::kThread);
+  });
+  EXPECT_FALSE(Table().Reassign(0));
+  Observer().OnEach(nullptr);
+  EXPECT_EQ(Table().Remaining(true), 51'200);
+  ExpectTheCutToBeFetchedByTheDonor();
+}
+
+TEST_F(RefusedStart, LeavesTheRestOfAFailedWorkerToTheNextOne) {
+  const Body body(10'000);
+  Server().Serve("/f", body);
+  Start({{"/f", {0, kQuick, 0}}, {"/f", {kQuick, 990, 0}}, {"/no", {1'000, 9'000, 0}}});
+  for (const std::int32_t index : {0, 1, 2}) AwaitEndOf(index);
+  m_faults.Fail(os::Call::kThread);
+  EXPECT_FALSE(Table().Reassign(0));
+  Table().CloseThread(0);
+  Table().CloseThread(2);
+  EXPECT_TRUE(Table().succeeded(2));  // has nothing of its own left
+  EXPECT_EQ(Table().FindLargestRemaining()->index, 0);
+  EXPECT_EQ(RunToTheEnd(), 1);
+  EXPECT_EQ(Table().Records()[1], (RangeRecord{1'000, 9'000, 9'000}));
+  EXPECT_TRUE(Table().AllRangesDone());
+  EXPECT_EQ(FileDifference(File(), body), "");
+}
+
+// The same in a job.
+class RefusedStartOfAJob : public JobTest {
+ protected:
+  static constexpr std::int64_t kSize = 6 * 200'000;
+  static constexpr std::int64_t kStall = 10'000;
+
+  // One worker's range comes; the others' stop until the gate is open. At the first hand-over the
+  // thread is refused.
+  void StartWithOneQuickWorker() {
+    Serve("/f", Body(kSize)).Times(1);
+    Serve("/f", Body(kSize)).ForPieces().Times(1);
+    Serve("/f", Body(kSize)).ForPieces().StallingAfter(kStall, m_gate);
+    Observer().OnEach([this](const TaskEvent& event) {
+      if (event.type != kEventRangeLength || ++m_lengths != 7) return;
+      if (m_before_the_refusal) m_before_the_refusal(event.payload);
+      m_faults.Fail(os::Call::kThread);
+    });
+    ASSERT_TRUE(Start("/f"));
+  }
+  void ExpectTheFileInOneAttempt() {
+    EXPECT_EQ(AwaitResult(), kResultSuccess);
+    AwaitRunEnd();
+    ExpectOneCleanAttempt();
+    EXPECT_EQ(FileDifference(Target(L"f"), Body(kSize)), "");
+    EXPECT_EQ(m_faults.Failed(), 1);
+    // Every byte once, the cut one over another connection.
+    std::vector<Interval> asked = RangesAskedFor();
+    EXPECT_EQ(Merged(asked), (std::vector<Interval>{{0, kSize}}));
+    EXPECT_GE(asked.size(), 7u);
+  }
+
+  Faults m_faults;
+  Gate& m_gate = NewGate();
+  std::atomic<int> m_lengths{0};
+  std::function<void(std::int64_t length)> m_before_the_refusal;
+};
+
+TEST_F(RefusedStartOfAJob, CostsNoAttempt) {
+  StartWithOneQuickWorker();
+  ASSERT_TRUE(Observer().AwaitCount(kEventRangeLength, 8));  // the cut one's too
+  m_gate.Open();
+  ExpectTheFileInOneAttempt();
+}
+
+TEST_F(RefusedStartOfAJob, CostsNoAttemptWhenAllElseHasComeMeanwhile) {
+  m_before_the_refusal = [this](std::int64_t cut) {
+    m_gate.Open();
+    AwaitDownloaded(kSize - cut);
+  };
+  StartWithOneQuickWorker();
+  ExpectTheFileInOneAttempt();
+}
+
 // --- What the job reports meanwhile --------------------------------------------------------------
 
 class ProgressReports : public JobTest {};
@@ -170,6 +297,7 @@ TEST_F(ProgressReports, NeverFallAndAre100MsApart) {
   Serve("/f", Body(kSize)).Times(3).Trickling(200'000);  // the probe and two slow workers
   Serve("/f", Body(kSize)).Trickling(900'000);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), Body(kSize)), "");
   EXPECT_GT(Observer().CountOf(kEventRangeLength), 6u) << "no range changed hands";
 

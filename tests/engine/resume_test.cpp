@@ -3,11 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <random>
 #include <string>
-#include <thread>
 
 #include "support/sized_file.h"
 #include "tests/engine/job_fixture.h"
@@ -59,13 +57,6 @@ class ResumeTest : public JobTest {
           << asked.begin << " to " << asked.end;
     }
   }
-
-  void AwaitDownloaded(std::int64_t bytes) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (Job().Progress().downloaded < bytes && std::chrono::steady_clock::now() < end) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-  }
 };
 
 TEST_F(ResumeTest, ThousandBytesTake1148AndAreHidden) {
@@ -103,6 +94,7 @@ TEST_F(ResumeTest, NextRunAsksForTheMissingBytesOnly) {
   WriteTemporary(body, trailer);
   Serve("/f", body);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
   EXPECT_EQ(JobLines(),
             "T1 T3 T4 T5 T6 S1 S5 S12 S13 S14 S15 R1 R2 R3 R4 R5 R6 R7 R8 S16 A1 A11x6 S22 T7 "
@@ -124,6 +116,7 @@ TEST_F(ResumeTest, BytesThatNoRecordNamesAreKept) {
   WriteFileBytes(Temporary(L"f"), bytes);
   Serve("/f", body);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
   ExpectToHaveAskedForMissingBytesOnly(trailer, 0);
 }
@@ -133,6 +126,7 @@ TEST_F(ResumeTest, CompleteTrailerCostsNoBodyByte) {
   WriteTemporary(body, SixRanges(body.size(), {10'000, 10'000, 10'000, 10'000, 10'000, 10'000}));
   Serve("/f", body);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
   EXPECT_EQ(Server().RequestsFor("/f").size(), 1u);
 }
@@ -203,6 +197,7 @@ TEST_P(InterruptedResume, AtRandomPointsCostsNoByteTwice) {
     if (last) {
       EXPECT_EQ(AwaitResult(), kResultSuccess);
       AwaitRunEnd();
+      ExpectOneCleanAttempt();
     } else {
       AwaitDownloaded(had + std::uniform_int_distribution<std::int64_t>(1, 200'000)(random));
       Pause();
@@ -286,6 +281,7 @@ TEST_P(DamagedTrailer, EndsInACorrectDownloadOverSixConnections) {
   WriteFileBytes(Temporary(L"f"), bytes + EncodeTrailer(trailer));
   Serve("/f", body);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
   const std::string lines = JobLines();
   EXPECT_NE(lines.find(GetParam().reader_lines), std::string::npos) << lines;
@@ -299,6 +295,7 @@ TEST_F(ResumeTest, TrailerOfOtherContentLengthIsNotResumed) {
   WriteTemporary(Body(60'001), SixRanges(60'001, {1, 1, 1, 1, 1, 1}));
   Serve("/f", Body(60'000));
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), Body(60'000)), "");
   EXPECT_NE(JobLines().find("S13 S14 S17 "), std::string::npos) << JobLines();
 }
@@ -309,6 +306,7 @@ TEST_F(ResumeTest, EmptyRecordsArePlannedAfresh) {
                  std::string(60'000, 'x') + EncodeTrailer({6, std::vector<RangeRecord>(6)}));
   Serve("/f", body);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(Target(L"f"), body), "");
 }
 
@@ -361,6 +359,7 @@ TEST_P(HugeResume, LastMebibyteIsFetchedAndTheRestKept) {
 
   Serve("/f", body);
   EXPECT_EQ(Download("/f"), kResultSuccess);
+  ExpectOneCleanAttempt();
   EXPECT_EQ(SizeOf(Target(L"f")), length);
   EXPECT_EQ(FileDifference(Target(L"f"), body, length - kLast, length), "");
   EXPECT_EQ(Observer().NumbersOf(kEventContentLength), std::vector<std::int64_t>{length});

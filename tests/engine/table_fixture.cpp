@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "hosts/down_host_mgr.h"
+#include "support/os/clock.h"
 #include "support/os/thread.h"
 #include "support/os/wait.h"
 #include "support/sized_file.h"
@@ -13,6 +14,7 @@ namespace Tarnlo::test {
 namespace {
 
 constexpr std::uint32_t kPatienceMs = 60'000;
+constexpr std::uint32_t kMomentMs = 10;
 
 }  // namespace
 
@@ -66,7 +68,9 @@ void TableTest::Start(const std::vector<TableWorker>& workers) {
     setup.progress_context = this;
     setup.file_path = File();
     worker->Configure(setup);
-    worker->SetUrl(m_server->Url(workers[static_cast<std::size_t>(index)].path));
+    const std::string& path = workers[static_cast<std::size_t>(index)].path;
+    worker->SetUrl(path.starts_with('/') ? m_server->Url(path)
+                                         : std::wstring(path.begin(), path.end()));
     return worker;
   };
   ASSERT_TRUE(m_table.Create(static_cast<std::int32_t>(workers.size()), make));
@@ -77,18 +81,24 @@ void TableTest::Start(const std::vector<TableWorker>& workers) {
   m_told_at_start = m_observer.CountOf(kEventRangeLength);
 }
 
-int TableTest::RunToTheEnd() {
+int TableTest::RunToTheEnd(const std::function<void()>& idle) {
   int given = 0;
+  std::uint32_t idle_since = os::TickMs();
   for (;;) {
     const std::vector<WorkerTable::RunningThread> running = m_table.Threads();
     if (running.empty()) return given;
     std::vector<os::Waitable> handles;
     for (const WorkerTable::RunningThread& entry : running) handles.push_back(entry.thread);
-    const auto ended = os::WaitForAny(handles, kPatienceMs);
+    const auto ended = os::WaitForAny(handles, idle ? kMomentMs : kPatienceMs);
+    if (!ended && os::TickMs() - idle_since < kPatienceMs) {
+      if (idle) idle();
+      continue;
+    }
     if (!ended) {
       ADD_FAILURE() << "nobody has ended in a minute";
       return given;
     }
+    idle_since = os::TickMs();
     const std::int32_t index = running[*ended].index;
     if (m_table.succeeded(index) && m_table.Reassign(index)) {
       ++given;

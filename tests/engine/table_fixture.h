@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -14,7 +15,7 @@
 namespace Tarnlo::test {
 
 struct TableWorker {
-  std::string path;
+  std::string path;  // of the server; or a whole URL
   RangeRecord record;
 };
 
@@ -36,8 +37,9 @@ class TableTest : public testing::Test {
 
   // Lays the file out and starts everybody.
   void Start(const std::vector<TableWorker>& workers);
-  // What the job does while workers run; the number of ranges that were given anew.
-  int RunToTheEnd();
+  // What the job does while workers run; the number of ranges that were given anew. `idle` is
+  // called whenever nobody has ended for a moment.
+  int RunToTheEnd(const std::function<void()>& idle = {});
   // Until the worker's thread has ended.
   void AwaitEndOf(std::int32_t index);
   void AwaitRemaining(std::int64_t bytes);

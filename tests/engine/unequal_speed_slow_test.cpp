@@ -88,6 +88,7 @@ TEST_F(SlowUnequalSpeed, RangesOfTheSlowAddressAreHandedOn) {
   for (int i = 1; i < kTries && SlowWorkers(*scene, body.size()).empty(); ++i) scene = &run();
   const std::uint32_t took = scene->Observer().StampsOf(kEventFinished).back().tick - begun;
   EXPECT_EQ(m_result, kResultSuccess);
+  scene->ExpectOneCleanAttempt();
   EXPECT_EQ(FileDifference(scene->Target(L"f"), body), "");
 
   const std::set<std::int32_t> slow = SlowWorkers(*scene, body.size());

@@ -3,8 +3,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
+#include "support/os/thread.h"
 #include "support/os/wait.h"
 
 namespace Tarnlo {
@@ -52,6 +57,19 @@ std::atomic<int> g_let_through{0};  // of it, from the first held on
 thread_local int t_without = 0;
 constexpr std::chrono::milliseconds kLook(2);
 
+struct AskedWait {
+  std::uint32_t thread_id = 0;
+  std::uint32_t milliseconds = 0;
+};
+std::mutex g_asked_mutex;
+std::vector<AskedWait> g_asked;
+
+void NoteWait(std::uint32_t milliseconds) {
+  if (!g_counting || t_without > 0 || milliseconds == 0) return;
+  const std::lock_guard guard(g_asked_mutex);
+  g_asked.push_back({os::CurrentThreadId(), milliseconds});
+}
+
 // False when it is not so within a minute.
 template <typename Condition>
 bool Await(Condition condition) {
@@ -63,13 +81,21 @@ bool Await(Condition condition) {
   return true;
 }
 
+// Whether the call that is the n-th of the held kind may go on; set before any of them is held.
+std::function<bool(int number)> g_may_go_on;
+
 void StandStillIfHeld(os::Call call) {
   const int kind = static_cast<int>(call);
   if (g_held != kind) return;
   const int number = ++g_holding;
-  while (g_held == kind && g_let_through < number) {
-    std::this_thread::sleep_for(kLook);
-  }
+  while (g_held == kind && !g_may_go_on(number)) std::this_thread::sleep_for(kLook);
+}
+
+void HoldNext(os::Call call, std::function<bool(int)> may_go_on) {
+  g_held = -1;
+  g_holding = 0;
+  g_may_go_on = std::move(may_go_on);
+  g_held = static_cast<int>(call);
 }
 
 }  // namespace
@@ -86,6 +112,7 @@ bool os::Fails(Call call) {
 }
 
 std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
+  NoteWait(milliseconds);
   if (milliseconds != os::kForever && milliseconds == g_watched_ms && t_without == 0) {
     ++g_waits;
     return g_watched_last_ms;
@@ -101,6 +128,10 @@ Faults::Faults() {
   g_any.Clear();
   g_failed = 0;
   g_last_failed = -1;
+  {
+    const std::lock_guard guard(g_asked_mutex);
+    g_asked.clear();
+  }
   g_counting = true;
 }
 
@@ -120,13 +151,16 @@ void Faults::FailAny(int nth) {
 }
 
 void Faults::Hold(os::Call call) {
-  g_holding = 0;
   g_let_through = 0;
-  g_held = static_cast<int>(call);
+  HoldNext(call, [](int number) { return g_let_through >= number; });
 }
 
 void Faults::LetThrough(int calls) {
   g_let_through += calls;
+}
+
+void Faults::HoldUntil(os::Call call, std::function<bool()> condition) {
+  HoldNext(call, [condition = std::move(condition)](int) { return condition(); });
 }
 
 void Faults::DivideWaits(std::uint32_t divisor) {
@@ -157,6 +191,15 @@ int Faults::Waits() const {
 
 bool Faults::AwaitWaits(int count) const {
   return Await([&] { return Waits() >= count; });
+}
+
+std::vector<std::uint32_t> Faults::WaitsOf(std::uint32_t thread_id) const {
+  const std::lock_guard guard(g_asked_mutex);
+  std::vector<std::uint32_t> waits;
+  for (const AskedWait& asked : g_asked) {
+    if (asked.thread_id == thread_id) waits.push_back(asked.milliseconds);
+  }
+  return waits;
 }
 
 int Faults::Failed() const {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <vector>
 
 #include "support/os/fault_point.h"
 
@@ -27,9 +29,11 @@ class Faults {
   // Of the calls of all kinds from now on the `nth` fails.
   void FailAny(int nth);
   // The calls of this kind from now on do not come back before they are let through, one by one or,
-  // at this object's end, all.
+  // at this object's end, all. One kind at a time is held.
   void Hold(os::Call call);
   void LetThrough(int calls = 1);
+  // The same until `condition`, asked on the thread that makes the call, is true.
+  void HoldUntil(os::Call call, std::function<bool()> condition);
   // Waits for a single event take a part of their time.
   void DivideWaits(std::uint32_t divisor);
   // Counts the waits for a single event that are to last this long, from now on, and makes them
@@ -49,6 +53,9 @@ class Faults {
   // The watched waits that were begun; until there are so many, false after a minute.
   [[nodiscard]] int Waits() const;
   [[nodiscard]] bool AwaitWaits(int count) const;
+  // The waits for a single event that the thread has asked for, whatever they lasted: their
+  // milliseconds. Looks at an event are none.
+  [[nodiscard]] std::vector<std::uint32_t> WaitsOf(std::uint32_t thread_id) const;
   [[nodiscard]] int Failed() const;
   // The kind of the last one that failed; null when none did.
   [[nodiscard]] const char* LastFailed() const;

@@ -28,6 +28,11 @@ class Gate {
                                      [&] { return m_state->arrivals >= count; });
   }
 
+  [[nodiscard]] int Arrivals() const {
+    const std::lock_guard guard(m_state->mutex);
+    return m_state->arrivals;
+  }
+
   // The server's side: until the gate is open. False when `stopping` first.
   [[nodiscard]] bool Pass(const std::atomic<bool>& stopping) const {
     std::unique_lock lock(m_state->mutex);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -10,7 +10,9 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
+#include <vector>
 
 #include "support/os/thread.h"
 #include "support/simple_log.h"
@@ -42,17 +44,39 @@ struct FolderOfThisProcess {
 };
 
 // The log and what was moved aside at midnight's approach, oldest first.
-std::string ReadLog() {
+std::vector<fs::path> LogFiles() {
   std::vector<fs::path> files;
   for (const auto& entry : fs::directory_iterator(g_folder)) {
     if (entry.path().filename().string().starts_with("tarnlo.log.")) files.push_back(entry.path());
   }
   std::sort(files.begin(), files.end());
   files.push_back(g_folder / "tarnlo.log");
+  return files;
+}
+
+std::uintmax_t SizeOfFile(const fs::path& file) {
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(file, error);
+  return error ? 0 : size;
+}
+
+std::uintmax_t SizeOfLog() {
+  std::uintmax_t size = 0;
+  for (const fs::path& file : LogFiles()) size += SizeOfFile(file);
+  return size;
+}
+
+// What follows the first `begin` bytes, which may be many: long runs read the log over and over.
+std::string ReadLog(std::uintmax_t begin) {
   std::string text;
-  for (const fs::path& file : files) {
-    std::ifstream stream(file, std::ios::binary);
-    text.append(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+  for (const fs::path& file : LogFiles()) {
+    const std::uintmax_t size = SizeOfFile(file);
+    if (begin < size) {
+      std::ifstream stream(file, std::ios::binary);
+      stream.seekg(static_cast<std::streamoff>(begin));
+      text.append(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    }
+    begin -= std::min(begin, size);
   }
   return text;
 }
@@ -89,11 +113,11 @@ std::vector<std::string> LinesIn(const std::string& text) {
 
 LogReader::LogReader() {
   StartTestLog();
-  m_begin = ReadLog().size();
+  m_begin = SizeOfLog();
 }
 
 std::vector<std::string> LogReader::AllLines() const {
-  return LinesIn(ReadLog().substr(m_begin));
+  return LinesIn(ReadLog(m_begin));
 }
 
 std::vector<std::string> LogReader::LinesOf(std::uint32_t thread_id) const {

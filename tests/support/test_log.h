@@ -1,7 +1,6 @@
 // What the library has written to its log, line by line.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,7 +31,7 @@ class LogReader {
   [[nodiscard]] bool Await(const std::string& text, int count = 1) const;
 
  private:
-  std::size_t m_begin;
+  std::uintmax_t m_begin;
 };
 
 }  // namespace Tarnlo::test
