@@ -40,18 +40,17 @@ std::int32_t CDownloadManager::WaitForWorkers() {
     handles.reserve(running.size() + 1);
     for (const WorkerTable::RunningThread& entry : running) handles.push_back(entry.thread);
     handles.push_back(m_run_stop->waitable());
-    const std::uint32_t began = os::TickMs();
-    const std::optional<std::size_t> signalled = os::WaitForAny(handles, kLookMs);
-    if (!signalled) {
-      if (os::TickMs() - began < kLookMs / 2) break;  // back at once: the wait could not be made
+    const os::WaitAnswer answer = os::WaitForAny(handles, kLookMs);
+    if (answer.failed) break;
+    if (!answer.signalled) {
       UpdateDownloadInfo();
       continue;
     }
-    if (*signalled == running.size()) {
+    if (*answer.signalled == running.size()) {
       result = kResultStopped;
       break;
     }
-    const std::int32_t index = running[*signalled].index;
+    const std::int32_t index = running[*answer.signalled].index;
     if (!m_table.succeeded(index) || !ReassignRange(index)) m_table.CloseThread(index);
     UpdateDownloadInfo();
   }

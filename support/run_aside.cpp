@@ -37,7 +37,7 @@ bool StartDetached(std::function<void()> work) {
 bool WaitUnlessStopped(const os::Event& done, const os::Event* stop, std::uint32_t milliseconds) {
   if (stop == nullptr) return done.Wait(milliseconds);
   const std::array<os::Waitable, 2> waitables = {stop->waitable(), done.waitable()};
-  return os::WaitForAny(waitables, milliseconds) == std::size_t{1};
+  return os::WaitForAny(waitables, milliseconds).signalled == std::size_t{1};
 }
 
 }  // namespace Tarnlo

@@ -16,9 +16,13 @@ struct Waitable {
   friend bool operator==(const Waitable&, const Waitable&) = default;
 };
 
-// At most 64 objects. The index of the first one that is signalled (the lowest when several are),
-// or nothing when `milliseconds` have passed or the wait could not be made.
-std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
-                                      std::uint32_t milliseconds);
+struct WaitAnswer {
+  // The index of the object that is signalled, the lowest when several are; nothing when none was.
+  std::optional<std::size_t> signalled;
+  bool failed = false;  // the wait could not be made
+};
+
+// At most 64 objects, for at most so many milliseconds.
+WaitAnswer WaitForAny(std::span<const Waitable> objects, std::uint32_t milliseconds);
 
 }  // namespace Tarnlo::os

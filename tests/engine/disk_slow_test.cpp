@@ -111,6 +111,7 @@ class SlowFullDisk : public JobTest {
     return {text.begin(), text.end()};
   }
   ~SlowFullDisk() override {
+    Job().Stop();
     if (Disk().empty()) return;
     for (const wchar_t* name : {L"filler", L"f", L"f.~P2S"}) {
       std::filesystem::remove(LocalPath(Disk() + name));
@@ -127,16 +128,22 @@ class SlowFullDisk : public JobTest {
     AwaitRunEnd();
     return result;
   }
-  void ExpectTheNextRunToFetch(std::int64_t bytes) {
+  // By a trailer that is right; everything where there was no room for one.
+  void ExpectTheNextRunToFetchWhatIsMissing() {
+    const Trailer left = Left();
+    std::vector<Interval> missing{{0, kBody.size()}};
+    if (left.count != 0) {
+      EXPECT_EQ(left.count, 6u);
+      EXPECT_EQ(RangesDifference(Disk() + L"f.~P2S", kBody, left.records), "");
+      missing = Merged(left.Missing());
+    }
+    EXPECT_GT(BytesIn(missing), 0);
     std::filesystem::remove(LocalPath(Disk() + L"filler"));
-    const std::vector<Interval> missing =
-        bytes == kBody.size() ? std::vector<Interval>{{0, bytes}} : Merged(Left().Missing());
     const std::size_t asked = Server().Requests().size();
     ASSERT_TRUE(Job().RenewStopEvent());
     EXPECT_EQ(Run(), kResultSuccess);
     ExpectOneCleanAttempt();
     EXPECT_EQ(Merged(RangesAskedFor(asked)), missing);
-    EXPECT_EQ(BytesIn(missing), bytes);
     EXPECT_EQ(FileDifference(Disk() + L"f", kBody), "");
   }
 
@@ -151,7 +158,7 @@ TEST_F(SlowFullDisk, EndsWith3AndTheFileIsCompletedWhenThereIsSpace) {
   EXPECT_EQ(Run(), kResultTooFewBytes);
   EXPECT_EQ(SizeOf(Disk() + L"f"), -1);
   EXPECT_EQ(Observer().CountOf(kEventFinished), 1u);
-  ExpectTheNextRunToFetch(kBody.size());  // there was no room for a trailer
+  ExpectTheNextRunToFetchWhatIsMissing();
 }
 
 // The trailer of a run before has its place; then the disk fills up.
@@ -171,12 +178,9 @@ TEST_F(SlowFullDisk, LeavesARightTrailerWhereThereIsRoomAndTheNextRunFetchesTheR
   Job().SetNotifying(true);
   ASSERT_TRUE(Job().RenewStopEvent());
   EXPECT_EQ(Run(), kResultTooFewBytes);
-  const Trailer left = Left();
-  ASSERT_EQ(left.count, 6u);
-  EXPECT_EQ(RangesDifference(Disk() + L"f.~P2S", kBody, left.records), "");
-  EXPECT_GT(left.MissingBytes(), 0);
-  EXPECT_LT(left.MissingBytes(), kBody.size() - 6 * kFirst);
-  ExpectTheNextRunToFetch(left.MissingBytes());
+  EXPECT_EQ(Left().count, 6u);
+  EXPECT_LT(Left().MissingBytes(), kBody.size() - 6 * kFirst);
+  ExpectTheNextRunToFetchWhatIsMissing();
 }
 
 }  // namespace

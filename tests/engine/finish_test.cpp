@@ -9,7 +9,6 @@
 #include "support/report_store.h"
 #include "tests/engine/job_fixture.h"
 #include "tests/faults/faults.h"
-#include "transfer/current_job.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -111,7 +110,7 @@ TEST_F(FinishTest, StopWhileTheTargetIsHeldIsPromptAndKeepsEveryByte) {
   Serve("/f", Body(kSmall));
   {
     Faults faults;
-    faults.HoldUntil(os::Call::kRename, &CurrentThreadIsStopped);
+    faults.HoldUntil(os::Call::kRename, &IsStoppedOrTheTests);
     ASSERT_TRUE(Start("/f"));
     ASSERT_TRUE(Log().Await(kRenaming));
     Pause();
@@ -135,7 +134,7 @@ TEST_F(FinishTest, StopWhileTheFileIsHashedDeletesNothing) {
   Expect(std::wstring(32, L'0'));
   {
     Faults faults;
-    faults.HoldUntil(os::Call::kRead, &CurrentThreadIsStopped);
+    faults.HoldUntil(os::Call::kRead, &IsStoppedOrTheTests);
     ASSERT_TRUE(Start("/f"));
     ASSERT_TRUE(Log().Await("CDownloadManager HandleDownloadFinished 11"));
     Pause();

@@ -12,6 +12,7 @@
 #include "hosts/down_host_mgr.h"
 #include "support/os/clock.h"
 #include "support/os/thread.h"
+#include "transfer/current_job.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -258,6 +259,10 @@ void TestJob::ExpectNoFalseSum() const {
   for (std::size_t at = 0; (at = lines.find(" T17 ", at)) != std::string::npos; ++at) {
     EXPECT_TRUE(std::string_view(lines).substr(0, at).ends_with(kWrongDigest)) << lines;
   }
+}
+
+bool TestJob::IsStoppedOrTheTests() {
+  return CurrentJob() == nullptr || CurrentThreadIsStopped();
 }
 
 void TestJob::StopPromptly() {

@@ -118,6 +118,8 @@ class TestJob {
   void ExpectOneCleanAttempt() const;
   // The attempts that the last run began.
   [[nodiscard]] std::ptrdiff_t Attempts() const;
+  // Until when Faults holds a call: the job's own threads make it once they have been told to stop.
+  static bool IsStoppedOrTheTests();
   // Each stop must take less than half of what it is given.
   void StopPromptly();
   void Pause();  // silent

@@ -49,10 +49,11 @@ TEST_F(StopTest, OnTheThreadsFirstLinesIsSilentAndAsksNobody) {
     while (event.type == kEventStarted && !CurrentThreadIsStopped()) std::this_thread::yield();
   });
   ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(Log().Await("ThreadProc_DownloadMTR 4"));
   Pause();
   ExpectSilence();
   EXPECT_EQ(JobLines(), kStoppedInProbe);
-  EXPECT_TRUE(Server().Requests().empty());
+  EXPECT_TRUE(Server().RequestsFor("/f").empty());
 }
 
 TEST_F(StopTest, InTheProbeIsSilent) {
@@ -108,7 +109,7 @@ TEST_F(StopTest, WhileTheTargetIsHashedIsSilentAndLeavesIt) {
   Job().SetMd5Check(true);
   Job().SetExpectedMd5(Md5Of(body));
   Faults faults;
-  faults.HoldUntil(os::Call::kRead, &CurrentThreadIsStopped);
+  faults.HoldUntil(os::Call::kRead, &IsStoppedOrTheTests);
   ASSERT_TRUE(Start("/f"));
   ASSERT_TRUE(Log().Await("CDownloadManager StartMTRDownload 7"));
   Pause();

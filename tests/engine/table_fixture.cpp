@@ -89,7 +89,7 @@ int TableTest::RunToTheEnd(const std::function<void()>& idle) {
     if (running.empty()) return given;
     std::vector<os::Waitable> handles;
     for (const WorkerTable::RunningThread& entry : running) handles.push_back(entry.thread);
-    const auto ended = os::WaitForAny(handles, idle ? kMomentMs : kPatienceMs);
+    const auto ended = os::WaitForAny(handles, idle ? kMomentMs : kPatienceMs).signalled;
     if (!ended && os::TickMs() - idle_since < kPatienceMs) {
       if (idle) idle();
       continue;
@@ -112,7 +112,7 @@ void TableTest::AwaitEndOf(std::int32_t index) {
   for (const WorkerTable::RunningThread& entry : m_table.Threads()) {
     if (entry.index != index) continue;
     const std::vector<os::Waitable> handle{entry.thread};
-    ASSERT_TRUE(os::WaitForAny(handle, kPatienceMs).has_value());
+    ASSERT_TRUE(os::WaitForAny(handle, kPatienceMs).signalled.has_value());
     return;
   }
   FAIL() << "worker " << index << " has no thread";

@@ -14,6 +14,12 @@ native::Signal& SignalOf(const Waitable& object) {
   return native::ObjectOf<native::Signal>(object.native);
 }
 
+bool CanBeWaitedFor(std::span<const Waitable> objects) {
+  return !objects.empty() && objects.size() <= kMaxObjects &&
+         std::ranges::none_of(objects,
+                              [](const Waitable& object) { return object.native == nullptr; });
+}
+
 std::optional<std::size_t> FirstSet(std::span<const Waitable> objects) {
   const auto found = std::find_if(objects.begin(), objects.end(),
                                   [](const Waitable& object) { return SignalOf(object).IsSet(); });
@@ -25,10 +31,7 @@ std::optional<std::size_t> FirstSet(std::span<const Waitable> objects) {
 
 std::optional<std::size_t> native::WaitForFirst(std::span<const Waitable> objects,
                                                 std::uint32_t milliseconds) {
-  if (objects.empty() || objects.size() > kMaxObjects) return std::nullopt;
-  for (const Waitable& object : objects) {
-    if (object.native == nullptr) return std::nullopt;
-  }
+  if (!CanBeWaitedFor(objects)) return std::nullopt;
   if (const auto first = FirstSet(objects); first || milliseconds == 0) return first;
   native::Waiter waiter;
   for (const Waitable& object : objects) SignalOf(object).Add(waiter);
@@ -37,10 +40,9 @@ std::optional<std::size_t> native::WaitForFirst(std::span<const Waitable> object
   return FirstSet(objects);
 }
 
-std::optional<std::size_t> WaitForAny(std::span<const Waitable> objects,
-                                      std::uint32_t milliseconds) {
-  if (Fails(Call::kWait)) return std::nullopt;
-  return native::WaitForFirst(objects, milliseconds);
+WaitAnswer WaitForAny(std::span<const Waitable> objects, std::uint32_t milliseconds) {
+  if (Fails(Call::kWait) || !CanBeWaitedFor(objects)) return {std::nullopt, true};
+  return {native::WaitForFirst(objects, milliseconds)};
 }
 
 }  // namespace Tarnlo::os

@@ -8,6 +8,9 @@ namespace Tarnlo::test {
 // Open handles of this process. Includes what the system's own libraries keep.
 int OpenHandles();
 
+// How many of them these libraries open and close as they like.
+int HandlesThatComeAndGo();
+
 // Those of them that are sockets.
 int OpenSockets();
 

@@ -34,6 +34,10 @@ int OpenHandles() {
   return CountEntries("/proc/self/fd") - 1;  // but not the one that counts
 }
 
+int HandlesThatComeAndGo() {
+  return 0;
+}
+
 int OpenSockets() {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {

@@ -104,7 +104,7 @@ class WorkerTest : public testing::Test {
   }
   static void AwaitEnd(const TestWorker& worker) {
     const std::array thread{worker.thread()};
-    ASSERT_TRUE(os::WaitForAny(thread, 60'000).has_value());
+    ASSERT_TRUE(os::WaitForAny(thread, 60'000).signalled.has_value());
   }
   // Until it is so; false when the worker ends first, or after half a minute.
   template <typename Condition>

@@ -56,14 +56,17 @@ TEST(OsWaitTest, LowestOfSeveralThatAreSetIsNamed) {
   first.Set();
   second.Set();
   const std::array<Waitable, 3> objects = {unset.waitable(), first.waitable(), second.waitable()};
-  EXPECT_EQ(WaitForAny(objects, kForever), std::size_t{1});
+  EXPECT_EQ(WaitForAny(objects, kForever).signalled, std::size_t{1});
 }
 
 TEST(OsWaitTest, NothingSetWithinTheTimeGivesNothing) {
   const Event event;
   const std::array<Waitable, 1> objects = {event.waitable()};
-  EXPECT_EQ(WaitForAny(objects, 0), std::nullopt);
-  EXPECT_EQ(WaitForAny(objects, 5), std::nullopt);
+  for (const std::uint32_t milliseconds : {0u, 5u}) {
+    const WaitAnswer answer = WaitForAny(objects, milliseconds);
+    EXPECT_EQ(answer.signalled, std::nullopt);
+    EXPECT_FALSE(answer.failed);
+  }
 }
 
 TEST(OsWaitTest, ThreadThatEndsEndsTheWait) {
@@ -72,7 +75,7 @@ TEST(OsWaitTest, ThreadThatEndsEndsTheWait) {
       65'536, [](void*) { return std::uint32_t{0}; }, nullptr);
   ASSERT_TRUE(thread.valid());
   const std::array<Waitable, 2> objects = {unset.waitable(), thread.waitable()};
-  EXPECT_EQ(WaitForAny(objects, kLong), std::size_t{1});
+  EXPECT_EQ(WaitForAny(objects, kLong).signalled, std::size_t{1});
 }
 
 TEST(OsWaitTest, SixtyFourObjectsAreTakenAndOneMoreIsNot) {
@@ -80,14 +83,16 @@ TEST(OsWaitTest, SixtyFourObjectsAreTakenAndOneMoreIsNot) {
   std::vector<Waitable> objects;
   for (const Event& event : events) objects.push_back(event.waitable());
   events[63].Set();
-  EXPECT_EQ(WaitForAny(std::span(objects).first(64), kForever), std::size_t{63});
-  EXPECT_EQ(WaitForAny(objects, kForever), std::nullopt);
-  EXPECT_EQ(WaitForAny({}, kForever), std::nullopt);
+  EXPECT_EQ(WaitForAny(std::span(objects).first(64), kForever).signalled, std::size_t{63});
+  EXPECT_TRUE(WaitForAny(objects, kForever).failed);
+  EXPECT_TRUE(WaitForAny({}, kForever).failed);
 }
 
-TEST(OsWaitTest, WaitThatCannotBeMadeGivesNothingAtOnce) {
+TEST(OsWaitTest, WaitThatCannotBeMadeHasFailed) {
   const std::array<Waitable, 1> objects = {Waitable{}};
-  EXPECT_EQ(WaitForAny(objects, kForever), std::nullopt);
+  const WaitAnswer answer = WaitForAny(objects, kForever);
+  EXPECT_TRUE(answer.failed);
+  EXPECT_EQ(answer.signalled, std::nullopt);
 }
 
 }  // namespace
