@@ -1,6 +1,8 @@
 // The least a host needs: one file into one folder, and how it ended.
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include "api/tarnlo.h"
 
@@ -14,15 +16,14 @@ int main(int argc, char** argv) {
     std::printf("%lld of %lld bytes, %d/s\n", static_cast<long long>(done),
                 static_cast<long long>(total), speed);
   });
-  Tarnlo::set_callback_complete([](int) { g_ended = 0, g_ended.notify_one(); });
-  Tarnlo::set_callback_fail(
-      [](int, Tarnlo::NsResultEnum why) { g_ended = why, g_ended.notify_one(); });
+  Tarnlo::set_callback_complete([](int) { g_ended = 0; });
+  Tarnlo::set_callback_fail([](int, Tarnlo::NsResultEnum why) { g_ended = why; });
 
   Tarnlo::Task task;
   task.id = 1;
   task.url = argv[1];
   task.save_dir = L".";
   if (Tarnlo::create_task(&task) == -1) return 1;
-  g_ended.wait(-1);
+  while (g_ended == -1) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   return g_ended;
 }

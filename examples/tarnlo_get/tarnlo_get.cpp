@@ -112,6 +112,11 @@ bool AllEnded(const std::deque<Download>& downloads) {
                      [](const Download& download) { return download.ended.has_value(); });
 }
 
+std::deque<Download> Copy() {
+  const std::lock_guard lock(g_mutex);
+  return g_downloads;
+}
+
 // Looks at the downloads until all have ended; false when Ctrl+C came first.
 bool Watch(ProgressView& view) {
   while (true) {
@@ -128,10 +133,10 @@ bool Watch(ProgressView& view) {
   }
 }
 
+// Hashes whole files, so not under our lock.
 int Report(Stream& out, const std::filesystem::path& folder, const std::wstring& md5) {
   int exit_code = kAllCompleted;
-  const std::lock_guard lock(g_mutex);
-  for (const Download& download : g_downloads) {
+  for (const Download& download : Copy()) {
     const bool complete = download.result == Tarnlo::kResultSuccess;
     out.Write(complete ? Success(download, folder, md5) : Failure(download));
     if (!complete) exit_code = kOneFailed;

@@ -14,6 +14,7 @@
 #include "tests/abi/told_task.h"
 #include "tests/support/child_process.h"
 #include "tests/support/fault_server.h"
+#include "tests/support/log_backups.h"
 #include "tests/support/partial_file.h"
 #include "tests/support/system.h"
 #include "tests/support/temp_folder.h"
@@ -159,6 +160,7 @@ class SlowExitTest : public testing::Test {
   const test::Body m_long_body{12'000'000};
   test::TempFolder m_folder;
   test::TempFolder m_temp;
+  const test::LogBackups m_backups{m_temp};
   test::FaultServer m_server;
 };
 
@@ -169,7 +171,7 @@ TEST_F(SlowExitTest, EndBeforeASaveLeavesPlainPartialFilesAndMovesTheLogAside) {
     for (int id = 1; id <= kTransfers; ++id) EXPECT_EQ(Left(id).Fault(), "") << id;
     // The log of the process was moved aside, though its threads died in the middle of a line.
     EXPECT_TRUE(LogIsEmpty());
-    EXPECT_EQ(m_temp.Names().size(), turn + 1);
+    m_backups.ExpectOf(turn);
   }
 }
 
@@ -178,7 +180,7 @@ TEST_F(SlowExitTest, EndInTheMiddleOfAnOperationIsAsPrompt) {
   if (HasFatalFailure()) return;
   for (int id = 2; id <= kTransfers; ++id) EXPECT_EQ(Left(id).Fault(), "") << id;
   EXPECT_TRUE(LogIsEmpty());
-  EXPECT_EQ(m_temp.Names().size(), 2U);
+  m_backups.ExpectOf(1);
 }
 
 TEST_F(SlowExitTest, EndAfterASaveLeavesTrailersThatHoldAndTheNextProcessGoesOnFromThem) {
@@ -192,7 +194,7 @@ TEST_F(SlowExitTest, EndAfterASaveLeavesTrailersThatHoldAndTheNextProcessGoesOnF
     EXPECT_GE(left.InNoRecord(), id == 1 ? 1 : 0);
   }
   EXPECT_TRUE(LogIsEmpty());
-  EXPECT_EQ(m_temp.Names().size(), 2U);
+  m_backups.ExpectOf(1);
 
   test::Tell(m_server.Url("/all/t"), m_folder.path());
   ASSERT_EQ(test::RunTestInChild("SlowExitChild.DISABLED_FinishesTheTransfers", m_temp.path()), 0);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -12,6 +11,7 @@
 #include "api/tarnlo.h"
 #include "tests/abi/import_fixture.h"
 #include "tests/support/child_process.h"
+#include "tests/support/meeting.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
@@ -67,13 +67,13 @@ TEST_F(AbiTest, DISABLED_SixteenFirstTasks) {
     });
   }
   {
-    std::barrier barrier(kThreads);
+    test::Meeting start(kThreads);
     std::vector<std::jthread> threads;
     for (std::int32_t id = 1; id <= kThreads; ++id) {
       threads.emplace_back([&, id] {
         Task task = TaskOf(id, "/f");
         task.save_dir = folders.at(static_cast<std::size_t>(id)).path();
-        barrier.arrive_and_wait();
+        start.Attend();
         EXPECT_EQ(create_task(&task), id);
         EXPECT_TRUE(pause_task(99));  // started now
       });

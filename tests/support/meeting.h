@@ -6,8 +6,9 @@
 
 namespace Tarnlo::test {
 
-// For so many threads, once. In the place of std::latch, which was once seen to leave threads
-// asleep under the compiler for Windows.
+// For so many threads, once. In the place of std::latch and std::barrier: the library of the
+// compiler for Windows waits for an atomic without looking at it again under the lock that it is
+// notified without, so that a thread can miss the last one's coming and sleep for ever.
 class Meeting {
  public:
   explicit Meeting(int threads) : m_missing(threads) {}

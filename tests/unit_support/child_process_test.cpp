@@ -48,15 +48,5 @@ TEST(ChildProcessTest, KillingAChildThatEndedChangesNothing) {
   EXPECT_EQ(child.AwaitEnd(kPatience), 0);
 }
 
-TEST(ChildProcessTest, ChildThatCannotBeStartedSaysSoAndItsKillConcernsNobody) {
-  const TempFolder temp;
-  ChildProcess other("ProcessChild.DISABLED_RunsOn", temp.path());
-  ChildProcess child(std::string(200'000, 'x'), temp.path());  // more than a command line takes
-  EXPECT_EQ(child.AwaitEnd(kPatience), kChildNotStarted);
-  child.Kill();
-  EXPECT_EQ(child.AwaitEnd(kPatience), kChildNotStarted);
-  EXPECT_EQ(other.AwaitEnd(std::chrono::milliseconds(0)), kChildHung);
-}
-
 }  // namespace
 }  // namespace Tarnlo::test

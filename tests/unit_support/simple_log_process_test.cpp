@@ -9,11 +9,11 @@
 #include <thread>
 #include <vector>
 
-#include "support/os/clock.h"
 #include "support/run_aside.h"
 #include "support/simple_log.h"
 #include "support/text.h"
 #include "tests/support/child_process.h"
+#include "tests/support/log_backups.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
@@ -52,33 +52,15 @@ class LogOfAProcessTest : public testing::Test {
   [[nodiscard]] std::string Read(const std::wstring& name) const {
     return test::ReadFileBytes(m_temp.File(name));
   }
-  // The names of the backups, the one without a counter first.
-  [[nodiscard]] std::vector<std::wstring> Backups() const {
-    auto names = m_temp.Names();
-    std::erase_if(names, [](const std::wstring& name) { return name == L"tarnlo.log"; });
-    for (const std::wstring& name : names) {
-      EXPECT_TRUE(std::regex_match(WideToNarrow(name),
-                                   std::regex(R"(tarnlo\.log\.\d{4}-\d\d-\d\d(\.\d+)?)")));
-    }
-    return names;
-  }
-
-  // As many as children ran; in the hour of the daily backup each may have made one more.
-  void ExpectBackupsOf(std::size_t children) const {
-    const bool in_backup_hour = m_first_hour == 23 || os::LocalTimeNow().hour == 23;
-    EXPECT_GE(Backups().size(), children);
-    EXPECT_LE(Backups().size(), in_backup_hour ? 2 * children : children);
-  }
-
   test::TempFolder m_temp;
-  const int m_first_hour = os::LocalTimeNow().hour;
+  const test::LogBackups m_backups{m_temp};
 };
 
 TEST_F(LogOfAProcessTest, EndMovesTheLogAsideAndLeavesAnEmptyOne) {
   Run("WritesTwoLines");
-  ExpectBackupsOf(1);
+  m_backups.ExpectOf(1);
   std::string lines;
-  for (const std::wstring& name : Backups()) lines += Read(name);
+  for (const std::wstring& name : m_backups.Names()) lines += Read(name);
   EXPECT_TRUE(test::FileExists(m_temp.File(L"tarnlo.log")));
   EXPECT_EQ(Read(L"tarnlo.log"), "");
   EXPECT_TRUE(std::regex_match(
@@ -91,10 +73,10 @@ TEST_F(LogOfAProcessTest, NextProcessCountsItsBackup) {
   Run("WritesTwoLines");
   Run("WritesTwoLines");
   Run("WritesTwoLines");
-  ExpectBackupsOf(3);
+  m_backups.ExpectOf(3);
   // Each date counts for itself, since midnight may have come between two.
   std::map<std::wstring, std::int64_t> of_date;
-  for (const std::wstring& name : Backups()) {
+  for (const std::wstring& name : m_backups.Names()) {
     const std::wstring dated = name.substr(0, std::wstring(L"tarnlo.log.2024-05-31").size());
     const std::int64_t count = of_date[dated]++;
     EXPECT_EQ(name, count == 0 ? dated : dated + L"." + NumberToWide(count));
@@ -108,7 +90,7 @@ TEST_F(LogOfAProcessTest, ProcessThatNeverStartsItLeavesNothing) {
 
 TEST_F(LogOfAProcessTest, EndWhileThreadsWriteIsPromptAndEveryLineIsWhole) {
   Run("EndsWhileThreadsWrite");
-  EXPECT_GE(Backups().size(), 1U);
+  EXPECT_GE(m_backups.Names().size(), 1U);
   const std::regex whole(R"(\[[^\]]+\] \[INFO\] \d+ - (main|thread \d) line \d+\.)");
   int main_lines = 0;
   for (const std::wstring& name : m_temp.Names()) {
