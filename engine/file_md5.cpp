@@ -20,7 +20,10 @@ constexpr std::int64_t kBlockBytes = 0x100000;
 
 std::optional<std::wstring> ComputeFileMd5(const std::wstring& path, const os::Event* stop) {
   os::File file = OpenPatiently(path, os::FileAccess::kRead, stop);
-  if (!file.valid()) return std::wstring();
+  if (!file.valid()) {
+    if (stop != nullptr && stop->IsSet()) return std::nullopt;
+    return std::wstring();
+  }
   const std::optional<std::int64_t> size = file.Size();
   if (!size.has_value()) return std::wstring();
   const std::unique_ptr<char[]> block =
@@ -28,9 +31,9 @@ std::optional<std::wstring> ComputeFileMd5(const std::wstring& path, const os::E
   if (block == nullptr) return std::wstring();
   MD5 md5;
   for (std::int64_t left = *size; left > 0;) {
-    if (stop != nullptr && stop->IsSet()) return std::nullopt;
     const auto wanted = static_cast<std::uint32_t>(std::min(left, kBlockBytes));
     const std::uint32_t count = file.Read(block.get(), wanted).value_or(0);
+    if (stop != nullptr && stop->IsSet()) return std::nullopt;
     if (count == 0) break;
     md5.Update(block.get(), count);
     left -= count;

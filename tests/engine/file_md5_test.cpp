@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "support/os/event.h"
 #include "support/os/file.h"
+#include "tests/faults/faults.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo {
@@ -30,8 +32,14 @@ TEST(FileMd5Test, EmptyFileHasTheDigestOfNothing) {
 }
 
 // From `head -c N /dev/zero | md5sum`.
-TEST(FileMd5Test, FilesAroundOneBlockAgreeWithMd5sum) {
+TEST(FileMd5Test, FilesAroundBlocksAgreeWithMd5sum) {
   const test::TempFolder folder;
+  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (1 << 20) - 1), nullptr),
+            L"E57598CD670284CF7D09E16ED9D4B2AC");
+  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, 1 << 20), nullptr),
+            L"B6D81B360A5672D80C27430F39153E2C");
+  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (1 << 20) + 1), nullptr),
+            L"9587B149FF392CA6887A05D921E73E72");
   EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (64 << 20) - 1), nullptr),
             L"E56021D8D7EAC567C0EB1F79F9E8F69F");
   EXPECT_EQ(ComputeFileMd5(SparseFile(folder, 64 << 20), nullptr),
@@ -59,7 +67,21 @@ TEST(FileMd5Test, StopBeforeABlockIsToldApartFromFailure) {
   EXPECT_TRUE(ComputeFileMd5(folder.File(L"f"), &stop).has_value());
   stop.Set();
   EXPECT_FALSE(ComputeFileMd5(folder.File(L"f"), &stop).has_value());
-  EXPECT_EQ(ComputeFileMd5(folder.File(L"missing"), &stop), L"");
+  EXPECT_FALSE(ComputeFileMd5(folder.File(L"missing"), &stop).has_value());
+}
+
+TEST(FileMd5Test, FileThatSomeoneHoldsForAMomentIsWaitedForUnlessAStopComes) {
+  const test::TempFolder folder;
+  test::WriteFileBytes(folder.File(L"f"), "message digest");
+  os::Event stop;
+  test::Faults faults;
+  faults.Fail(os::Call::kOpenFile, 1, 3);
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"f"), &stop), L"F96B697D7CB7938D525A2F31AAF161D0");
+  faults.Fail(os::Call::kOpenFile, 1, 4);
+  EXPECT_EQ(ComputeFileMd5(folder.File(L"f"), &stop), L"");
+  faults.Fail(os::Call::kOpenFile, 1, 1);
+  stop.Set();
+  EXPECT_FALSE(ComputeFileMd5(folder.File(L"f"), &stop).has_value());
 }
 
 }  // namespace
