@@ -59,6 +59,12 @@ void CDownloadManager::CloseStopEventOf(const std::shared_ptr<os::Event>& run) {
   if (m_stop_event == run) m_stop_event.reset();
 }
 
+// A run that still lives keeps its own.
+void CDownloadManager::CloseUnusedStopEvent() {
+  const os::LockGuard guard(m_stop_lock);
+  if (m_stop_event != m_run_stop || !m_job_thread.valid()) m_stop_event.reset();
+}
+
 bool CDownloadManager::Refuse(int error) {
   kLogDownload.Error(error);
   CloseStopEvent();
@@ -81,7 +87,7 @@ bool CDownloadManager::Download(const wchar_t* url, const wchar_t* folder, const
   try {
     return StartRun(url, folder, file_name, task_id, restart);
   } catch (...) {
-    CloseStopEvent();
+    CloseUnusedStopEvent();
     throw;
   }
 }
@@ -100,10 +106,9 @@ bool CDownloadManager::StartRun(const wchar_t* url, const wchar_t* folder, const
     return false;
   }
   const std::optional<std::wstring> normalised = NormaliseUrl(url);
-  if (!ReleaseEarlierRun()) {  // it still lives, and keeps its own stop event
+  if (!ReleaseEarlierRun()) {
     kLogDownload.Error(7);
-    const os::LockGuard guard(m_stop_lock);
-    if (m_stop_event != m_run_stop) m_stop_event.reset();
+    CloseUnusedStopEvent();
     return false;
   }
   m_run_stop = StopEvent();

@@ -55,6 +55,8 @@ class CDownloadManager final : public IWorkerOwner {
   // told.
   [[nodiscard]] bool HasStopEvent() const;
   bool RenewStopEvent();
+  // A run has told its end, or tells it, and its thread still lives.
+  [[nodiscard]] bool IsEnding() const { return !HasStopEvent() && m_job_thread.IsRunning(); }
   // True from the moment a stop is signalled until the next run. Threads: any.
   [[nodiscard]] bool IsStopping() const { return m_stopping; }
 
@@ -140,6 +142,7 @@ class CDownloadManager final : public IWorkerOwner {
   std::shared_ptr<os::Event> StopEvent() const;
   void CloseStopEvent();
   void CloseStopEventOf(const std::shared_ptr<os::Event>& run);
+  void CloseUnusedStopEvent();
   bool ReleaseEarlierRun();
   bool StartRun(const wchar_t* url, const wchar_t* folder, const wchar_t* file_name,
                 std::int32_t task_id, bool restart);
@@ -161,6 +164,7 @@ class CDownloadManager final : public IWorkerOwner {
   os::Thread m_job_thread;
 
   // The job thread's own.
+  std::int32_t m_result = 0;  // what there is to tell at the end
   bool m_restart = false;
   std::wstring m_target_path;
   std::shared_ptr<PendingFlush> m_flush;       // the last one begun

@@ -36,13 +36,14 @@ std::uint32_t CDownloadManager::ThreadProc_DownloadMTR(void* job) {
 void CDownloadManager::EndWithoutMemory() {
   try {
     m_table.Stop();
-    TellFinished(kResultWaitFailed);
+    TellFinished(m_result);
   } catch (const std::exception&) {
     // None for the report itself; the host's process goes on.
   }
 }
 
 void CDownloadManager::RunJob() {
+  m_result = kResultWaitFailed;  // until there is another
   kLog(3);
   if (m_notifying) {
     kLog(4);
@@ -118,6 +119,7 @@ std::int32_t CDownloadManager::JudgeRanges() {
 }
 
 void CDownloadManager::DeleteFiles() {
+  AwaitFlush();
   kLog(17);
   if (m_target_path.empty()) return;
   os::RemoveFile(m_target_path);
@@ -143,6 +145,7 @@ bool CDownloadManager::BackOff(int attempt) {
 // The run has no stop event any more when its end is told: a host that hears of it and continues
 // the task from another thread starts a new one, which waits for this one's last lines.
 void CDownloadManager::TellFinished(std::int32_t result) {
+  m_result = result;
   CloseStopEventOf(m_run_stop);
   if (m_notifying) SendEvent(m_observer, kWholeJob, m_task_id, kEventFinished, result);
 }

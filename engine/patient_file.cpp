@@ -26,7 +26,7 @@ os::File OpenPatiently(const std::wstring& path, os::FileAccess access, const os
   os::File file;
   TryPatiently(stop, [&] {
     file = os::File::Open(path, access, share, os::FileCreation::kOpenExisting);
-    return !file.valid() && os::Exists(path);
+    return !file.valid() && os::IsFile(path);
   });
   return file;
 }

@@ -71,7 +71,7 @@ std::shared_ptr<PendingFlush> PendingFlush::Of(const std::wstring& path) {
 }
 
 void PendingFlush::Run(const std::wstring& path) {
-  os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWriteDelete,
+  os::File file = os::File::Open(path, os::FileAccess::kReadWrite, os::FileShare::kReadWrite,
                                  os::FileCreation::kOpenExisting);
   if (file.valid()) m_outcome = file.Flush() ? Outcome::kFlushed : Outcome::kRefused;
 }

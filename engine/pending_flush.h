@@ -21,7 +21,7 @@ class PendingFlush {
     kRefused,  // the disk said no
   };
 
-  // Begins one. It keeps the file open for writing, shared with everyone, until `done`.
+  // Begins one. It keeps the file open for writing until `done`.
   static std::shared_ptr<PendingFlush> Begin(const std::wstring& path);
   // The last one begun for that file by anyone in this process; null when none is under way.
   static std::shared_ptr<PendingFlush> Of(const std::wstring& path);

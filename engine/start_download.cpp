@@ -27,7 +27,7 @@ std::int32_t CDownloadManager::StartMTRDownload() {
   m_sending_progress = false;
   StartTicking();
   kLog(1);
-  if (!m_probe->GetRemoteSiteInfo()) {
+  if (m_run_stop->IsSet() || !m_probe->GetRemoteSiteInfo()) {
     kLog(2);
     return m_run_stop->IsSet() ? kResultStopped : kResultNoRemoteInfo;
   }
@@ -46,6 +46,7 @@ std::int32_t CDownloadManager::StartMTRDownload() {
     kLog(5);
     if (const std::optional<std::int32_t> result = ResultOfExistingTarget()) return *result;
     resuming = CanResume();
+    if (!resuming && m_run_stop->IsSet()) return kResultStopped;
   }
   if (!resuming) {
     if (const std::int32_t result = CreateTemporaryFile(); result != kResultSuccess) return result;
@@ -76,7 +77,10 @@ void CDownloadManager::BuildTargetPath() {
 // fetched.
 std::optional<std::int32_t> CDownloadManager::ResultOfExistingTarget() {
   os::File file = OpenPatiently(m_target_path, os::FileAccess::kRead, m_run_stop.get());
-  if (!file.valid()) return std::nullopt;
+  if (!file.valid()) {
+    if (m_run_stop->IsSet()) return kResultStopped;
+    return std::nullopt;
+  }
   kLog(6);
   bool complete = false;
   if (m_check_md5 && !m_expected_md5.empty() && m_expected_md5.front() != L',') {

@@ -14,12 +14,15 @@ constexpr std::uint32_t kLookMs = 20;
 
 }  // namespace
 
-bool OperationGate::WaitForTurn() {
+bool CallerIsBeingStopped() {
   const auto* job = dynamic_cast<const CDownloadManager*>(CurrentJob());
-  if (job == nullptr) return m_mutex.Acquire(os::kForever);
+  return job != nullptr && (job->IsStopping() || CurrentThreadIsStopped());
+}
+
+bool OperationGate::WaitForTurn() {
+  if (CurrentJob() == nullptr) return m_mutex.Acquire(os::kForever);
   while (!m_mutex.Acquire(kLookMs)) {
-    // The whole job, or this one of its workers.
-    if (job->IsStopping() || CurrentThreadIsStopped()) return false;
+    if (CallerIsBeingStopped()) return false;
   }
   return true;
 }

@@ -8,6 +8,10 @@
 
 namespace Tarnlo {
 
+// Whether the calling thread works for a job, and that job or this one of its workers is being
+// stopped.
+bool CallerIsBeingStopped();
+
 // Held for the whole of an operation, the wait for a job's end included. A job that ends may itself
 // be waiting here, inside a callback of its host: it gives up when it is being stopped, so that the
 // operation that stops it need not outwait it. Once it has its turn it is not ended by force before

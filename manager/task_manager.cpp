@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <optional>
 #include <utility>
 
 #include "manager/copy_cut.h"
@@ -14,6 +15,8 @@ namespace Tarnlo {
 namespace {
 
 constexpr std::size_t kTempFolderCapacity = 1040;
+constexpr std::uint32_t kLongestTellingMs = 5000;  // how long a callback of an end is waited for
+constexpr std::uint32_t kTellingLookMs = 10;
 
 const wchar_t* OrEmpty(const wchar_t* text) {
   return text == nullptr ? L"" : text;
@@ -134,7 +137,19 @@ std::int32_t CTaskManager::PauseTask(std::int32_t id) {
   return 1;
 }
 
+// Waits for the callback of an end without the gate, since the callback may itself ask for
+// something.
 std::int32_t CTaskManager::ContinueTask(std::int32_t id) {
+  const std::uint32_t begin = os::TickMs();
+  std::optional<std::int32_t> answer = TryContinue(id);
+  while (!answer && os::TickMs() - begin < kLongestTellingMs && !CallerIsBeingStopped()) {
+    os::SleepMs(kTellingLookMs);
+    answer = TryContinue(id);
+  }
+  return answer.value_or(0);
+}
+
+std::optional<std::int32_t> CTaskManager::TryContinue(std::int32_t id) {
   if (!m_gate.Enter()) return 0;
   const OperationTurn turn(m_gate);
   const os::LockGuard guard(m_lock);
@@ -144,6 +159,7 @@ std::int32_t CTaskManager::ContinueTask(std::int32_t id) {
   job.SetNotifying(true);
   // Its own threads cannot wait for the run that they work for.
   if (job.HasStopEvent() || IsOwnThreadOf(job)) return 1;
+  if (job.IsEnding()) return std::nullopt;
   if (!job.RenewStopEvent()) return 0;
   return job.Download(row->url.c_str(), row->folder.c_str(), row->file_name.c_str(), id, false) ? 1
                                                                                                 : 0;

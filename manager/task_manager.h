@@ -60,6 +60,8 @@ class CTaskManager {
   std::int32_t RemoveTask(std::int32_t id);
   std::int32_t PauseTask(std::int32_t id);
   // 1 when it was started again or had never been stopped; 0 when unknown, refused or not started.
+  // A task whose end is being told is started when that callback is back, which is waited for, but
+  // not for longer than 5,000 ms; other operations go on meanwhile.
   std::int32_t ContinueTask(std::int32_t id);
   // 0 when there is nothing to do or it was refused, else 1.
   std::int32_t CancelAllTasks();
@@ -87,6 +89,8 @@ class CTaskManager {
   using Rows = std::list<TaskEntry>;
 
   [[nodiscard]] Rows::iterator FindRow(std::int32_t id) REQUIRES(m_lock);
+  // Nothing while the end of the task's run is being told.
+  std::optional<std::int32_t> TryContinue(std::int32_t id);
   // Without an id: the current job's.
   template <typename Use>
   bool ReadRow(std::optional<std::int32_t> id, Use use) const;

@@ -46,7 +46,7 @@ class File {
 bool AppendToFile(const std::wstring& path, std::string_view bytes);
 
 bool RemoveFile(const std::wstring& path);
-bool Exists(const std::wstring& path);  // a file or a folder
+bool IsFile(const std::wstring& path);  // there, and no folder
 bool IsDirectory(const std::wstring& path);
 bool SetHidden(const std::wstring& path);
 bool SetNormal(const std::wstring& path);

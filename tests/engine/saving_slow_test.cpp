@@ -134,7 +134,7 @@ TEST_F(SlowSaving, EndIsToldWhenNobodyHasTheFileOpenAnyMore) {
   });
   StartAndStallWithASlowDisk();
   m_sixth.Open();
-  while (Log().Count("CDownloadManager HandleDownloadFinished 2") == 0) os::SleepMs(5);
+  ASSERT_TRUE(Log().Await("CDownloadManager HandleDownloadFinished 2"));
   os::SleepMs(kGraceMs);
   let_through = true;
   m_faults.LetThrough();

@@ -53,6 +53,7 @@ std::atomic<std::uint32_t> g_watched_last_ms{os::kForever};
 std::atomic<int> g_waits{0};
 std::atomic<int> g_held{-1};        // the kind that does not come back
 std::atomic<int> g_holding{0};      // of it
+std::atomic<int> g_standing{0};     // that have not gone on yet
 std::atomic<int> g_let_through{0};  // of it, from the first held on
 thread_local int t_without = 0;
 constexpr std::chrono::milliseconds kLook(2);
@@ -86,13 +87,21 @@ std::function<bool(int number)> g_may_go_on;
 
 void StandStillIfHeld(os::Call call) {
   const int kind = static_cast<int>(call);
-  if (g_held != kind) return;
-  const int number = ++g_holding;
-  while (g_held == kind && !g_may_go_on(number)) std::this_thread::sleep_for(kLook);
+  ++g_standing;
+  if (g_held == kind) {
+    const int number = ++g_holding;
+    while (g_held == kind && !g_may_go_on(number)) std::this_thread::sleep_for(kLook);
+  }
+  --g_standing;
+}
+
+void HoldNone() {
+  g_held = -1;
+  while (g_standing > 0) std::this_thread::sleep_for(kLook);
 }
 
 void HoldNext(os::Call call, std::function<bool(int)> may_go_on) {
-  g_held = -1;
+  HoldNone();
   g_holding = 0;
   g_may_go_on = std::move(may_go_on);
   g_held = static_cast<int>(call);
@@ -137,7 +146,7 @@ Faults::Faults() {
 
 Faults::~Faults() {
   g_counting = false;
-  g_held = -1;
+  HoldNone();
   g_divisor = 1;
   g_watched_ms = os::kForever;
 }

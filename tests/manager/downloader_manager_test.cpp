@@ -128,17 +128,23 @@ TEST_F(DownloaderManagerTest, SameIdIsAddedWhenTheFirstTaskHasEnded) {
 
 // As a host's own thread does that was woken by the callback, which may not be back yet.
 TEST_F(DownloaderManagerTest, TaskWhoseEndIsBeingToldIsStartedAgainFromAnotherThread) {
+  std::atomic<bool> asked{false};
   std::atomic<bool> answered{false};
-  m_callback.on_complete = [&](std::int32_t id) {
-    // Until the other thread's call is under way.
-    TaskProgressInfo info;
-    while (!answered && m_manager->GetTaskProgress(id, &info) == 1) {
+  std::atomic<int> operations{0};
+  m_callback.on_complete = [&](std::int32_t) {
+    // What the callback asks for itself is not held up by the call that waits for it.
+    while (!asked) os::SleepMs(1);
+    for (; operations < 50 && !answered; ++operations) {
+      EXPECT_EQ(m_manager->CancelTask(99), 1);
+      os::SleepMs(2);
     }
   };
   ASSERT_EQ(Add(7, "/f"), 7);
   ASSERT_TRUE(m_callback.Await("OnTaskComplete 7"));
+  asked = true;
   EXPECT_EQ(m_manager->ContinueTask(7), 1);
   answered = true;
+  EXPECT_EQ(operations, 50);
   EXPECT_TRUE(m_callback.Await("OnTaskComplete 7", 2));
   EXPECT_EQ(m_manager->PauseTask(7), 1);  // no callback runs any more
   EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 2);

@@ -1,5 +1,5 @@
-// Callbacks that do not come back: their threads are ended by force, and nothing of the library is
-// held by them.
+// Callbacks that do not come back: what waits for them gives up, or ends their threads by force,
+// and nothing of the library is held by them.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -67,6 +67,17 @@ TEST_F(SlowForcedEnd, WorkerThatDoesNotComeBackIsEndedAfterOneSecond) {
   };
   ExpectPauseByForceAfter(milliseconds(900));
   ExpectThatEverythingStillWorks();
+}
+
+TEST_F(SlowForcedEnd, TaskWhoseCallbackOfTheEndDoesNotComeBackIsNotStartedAgain) {
+  test::Gate in_callback;
+  m_callback.on_complete = [&](std::int32_t) { test::WaitAt(in_callback); };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(in_callback.AwaitArrivals());
+  EXPECT_EQ(m_manager->ContinueTask(7), 0);
+  in_callback.Open();
+  EXPECT_EQ(m_manager->PauseTask(7), 1);
+  EXPECT_EQ(m_callback.Count("OnTaskStart 7"), 1);
 }
 
 // A worker's callback pauses another task, which takes its time, when the worker's own job ends its

@@ -189,9 +189,9 @@ bool RemoveFile(const std::wstring& path) {
   return true;
 }
 
-bool Exists(const std::wstring& path) {
+bool IsFile(const std::wstring& path) {
   struct stat status {};
-  return Stat(native::NativePath(path), status);
+  return Stat(native::NativePath(path), status) && !S_ISDIR(status.st_mode);
 }
 
 bool IsDirectory(const std::wstring& path) {

@@ -116,9 +116,10 @@ bool RemoveFile(const std::wstring& path) {
   return DeleteFileW(NativePath(path).c_str()) != 0;
 }
 
-bool Exists(const std::wstring& path) {
+bool IsFile(const std::wstring& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  return GetFileAttributesExW(NativePath(path).c_str(), GetFileExInfoStandard, &data) != 0;
+  return GetFileAttributesExW(NativePath(path).c_str(), GetFileExInfoStandard, &data) != 0 &&
+         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 
 bool IsDirectory(const std::wstring& path) {
