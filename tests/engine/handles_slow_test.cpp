@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kRounds = 250;
 
-class SlowPauses : public JobTest, public testing::WithParamInterface<int> {
+class SlowPauses : public JobTest {
  protected:
   // Works until the job is somewhere: on its first lines, in the probe, among running workers.
   void PauseSomewhere(int round) {
@@ -44,7 +44,9 @@ class SlowPauses : public JobTest, public testing::WithParamInterface<int> {
   std::minstd_rand m_random{std::random_device()()};
 };
 
-TEST_P(SlowPauses, LeaveTheHandlesWhereTheyWere) {
+class SlowPausesInTurns : public SlowPauses, public testing::WithParamInterface<int> {};
+
+TEST_P(SlowPausesInTurns, LeaveTheHandlesWhereTheyWere) {
   const auto pause_and_continue = [&](int rounds) {
     RenewServer();
     Serve("/f", Body(600'000)).Trickling(100'000);
@@ -59,7 +61,24 @@ TEST_P(SlowPauses, LeaveTheHandlesWhereTheyWere) {
   EXPECT_EQ(Observer().CountOf(kEventFinished), 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(ThousandRounds, SlowPauses, testing::Range(0, 1'000 / kRounds));
+// Nobody stops the job: the run that begins releases what the one before has left.
+TEST_F(SlowPauses, RunsThatFollowEachOtherLeaveTheHandlesWhereTheyWere) {
+  Serve("/f", Body(6'000));
+  const auto fetch_again = [&](int runs) {
+    for (int run = 0; run < runs && !HasFailure(); ++run) {
+      ASSERT_TRUE(Start("/f", L"", true));
+      ASSERT_EQ(AwaitResult(), kResultSuccess);
+      ASSERT_TRUE(Job().RenewStopEvent());
+    }
+  };
+  fetch_again(3);  // what is made once and kept
+  const int before = OpenHandles();
+  fetch_again(50);
+  const int allowed = before + HandlesThatComeAndGo();
+  EXPECT_LE(SettledHandles(allowed), allowed);
+}
+
+INSTANTIATE_TEST_SUITE_P(ThousandRounds, SlowPausesInTurns, testing::Range(0, 1'000 / kRounds));
 
 }  // namespace
 }  // namespace Tarnlo::test

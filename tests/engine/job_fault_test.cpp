@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "support/os/clock.h"
 #include "tests/engine/job_fixture.h"
 #include "tests/faults/faults.h"
 
@@ -279,6 +282,29 @@ TEST_F(StartFaultTest, ProbeWithoutItsEventAsksNobodyAndIs5) {
   EXPECT_EQ(Run(), kResultNoRemoteInfo);
   EXPECT_TRUE(RangesAskedFor().empty());
   ExpectTheNextRunCompletes();
+}
+
+// What the task manager asks a job for while the job makes, frees and makes its workers.
+TEST_F(JobFaultTest, ProgressIsReadWhileTheJobTriesAgain) {
+  Serve("/g", Body(60'000)).Times(15).ClosingAfter(4'000);
+  Serve("/g", Body(60'000));
+  ASSERT_TRUE(Start("/g"));
+  std::atomic<bool> ended{false};
+  std::atomic<int> known{0};
+  std::jthread reader([&] {
+    while (!ended) {
+      const CDownloadManager::ProgressFigures figures = Job().Progress();
+      if (figures.total < 0) continue;
+      EXPECT_EQ(figures.total, 60'000);
+      EXPECT_LE(figures.downloaded, 60'000);
+      ++known;
+    }
+  });
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  for (const int before = known; known == before;) os::SleepMs(1);
+  ended = true;
+  reader.join();
+  EXPECT_EQ(Attempts(), 2);
 }
 
 }  // namespace

@@ -7,13 +7,11 @@
 #include <random>
 #include <string>
 
-#include "support/sized_file.h"
 #include "tests/engine/job_fixture.h"
 
 namespace Tarnlo::test {
 namespace {
 
-constexpr std::int64_t kTrailerBytes = 6 * 24 + 4;
 constexpr std::int64_t kThousand = 1000;
 
 Trailer SixRanges(std::int64_t content_length, std::array<std::int64_t, 6> done) {
@@ -337,38 +335,6 @@ TEST_F(ResumeTest, ServerWithoutRangesBeginsWithAnEmptyFile) {
   Pause();
   EXPECT_EQ(SizeOf(Temporary(L"f")), 0);
 }
-
-// --- Beyond 4 GiB --------------------------------------------------------------------------------
-
-class HugeResume : public ResumeTest, public testing::WithParamInterface<std::int64_t> {};
-
-TEST_P(HugeResume, LastMebibyteIsFetchedAndTheRestKept) {
-  const std::int64_t length = GetParam();
-  constexpr std::int64_t kLast = 1 << 20;
-  const Body body(length);
-  Trailer trailer = SixRanges(length, {});
-  for (RangeRecord& record : trailer.records) record.done = record.length;
-  trailer.records[5].done -= kLast;
-  ASSERT_EQ(CreateSizedFile(Temporary(L"f"), length + kTrailerBytes), SizedFileResult::kDone);
-  os::File file = os::File::Open(Temporary(L"f"), os::FileAccess::kReadWrite, os::FileShare::kNone,
-                                 os::FileCreation::kOpenExisting);
-  ASSERT_TRUE(file.Seek(length));
-  const std::string bytes = EncodeTrailer(trailer);
-  ASSERT_EQ(file.Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), bytes.size());
-  file.Close();
-
-  Serve("/f", body);
-  EXPECT_EQ(Download("/f"), kResultSuccess);
-  ExpectOneCleanAttempt();
-  EXPECT_EQ(SizeOf(Target(L"f")), length);
-  EXPECT_EQ(FileDifference(Target(L"f"), body, length - kLast, length), "");
-  EXPECT_EQ(Observer().NumbersOf(kEventContentLength), std::vector<std::int64_t>{length});
-  ExpectToHaveAskedForMissingBytesOnly(trailer, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Around4GiB, HugeResume,
-                         testing::Values((std::int64_t{1} << 32) - 1, std::int64_t{1} << 32,
-                                         (std::int64_t{1} << 32) + 10));
 
 }  // namespace
 }  // namespace Tarnlo::test
