@@ -57,7 +57,8 @@ TARNLO_API bool cancel_task(std::int32_t id);
 TARNLO_API bool pause_task(std::int32_t id);
 
 // Goes on with a paused or ended task from what its partial file holds. True when it was started or
-// had not ended.
+// had not ended. Waits for a callback that tells its end, 5 seconds at most, unless called inside
+// it.
 TARNLO_API bool continue_task(std::int32_t id);
 
 // Does nothing to any task. Always true.

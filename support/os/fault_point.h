@@ -1,5 +1,5 @@
-// Where tests make a call to the system fail. Only the files of the seam and tests/faults include
-// this.
+// Where tests make a call to the system fail. The files of the seam include this, and the tests
+// that decide which call it is.
 #pragma once
 
 #include <cstdint>

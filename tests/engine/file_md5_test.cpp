@@ -33,19 +33,19 @@ TEST(FileMd5Test, EmptyFileHasTheDigestOfNothing) {
 
 // From `head -c N /dev/zero | md5sum`.
 TEST(FileMd5Test, FilesAroundBlocksAgreeWithMd5sum) {
+  struct Digest {
+    std::int64_t size;
+    const wchar_t* md5;
+  };
   const test::TempFolder folder;
-  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (1 << 20) - 1), nullptr),
-            L"E57598CD670284CF7D09E16ED9D4B2AC");
-  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, 1 << 20), nullptr),
-            L"B6D81B360A5672D80C27430F39153E2C");
-  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (1 << 20) + 1), nullptr),
-            L"9587B149FF392CA6887A05D921E73E72");
-  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (64 << 20) - 1), nullptr),
-            L"E56021D8D7EAC567C0EB1F79F9E8F69F");
-  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, 64 << 20), nullptr),
-            L"7F614DA9329CD3AEBF59B91AADC30BF0");
-  EXPECT_EQ(ComputeFileMd5(SparseFile(folder, (64 << 20) + 1), nullptr),
-            L"279F6C15A48C009464BECE2B1BB75A70");
+  for (const Digest& digest : {Digest{(1 << 20) - 1, L"E57598CD670284CF7D09E16ED9D4B2AC"},
+                               Digest{1 << 20, L"B6D81B360A5672D80C27430F39153E2C"},
+                               Digest{(1 << 20) + 1, L"9587B149FF392CA6887A05D921E73E72"},
+                               Digest{(64 << 20) - 1, L"E56021D8D7EAC567C0EB1F79F9E8F69F"},
+                               Digest{64 << 20, L"7F614DA9329CD3AEBF59B91AADC30BF0"},
+                               Digest{(64 << 20) + 1, L"279F6C15A48C009464BECE2B1BB75A70"}}) {
+    EXPECT_EQ(ComputeFileMd5(SparseFile(folder, digest.size), nullptr), digest.md5) << digest.size;
+  }
 }
 
 TEST(FileMd5Test, MissingFileHasNoDigest) {

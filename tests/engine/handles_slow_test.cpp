@@ -30,16 +30,6 @@ class SlowPauses : public JobTest {
     Job().SetNotifying(true);
     ASSERT_TRUE(Job().RenewStopEvent());
   }
-  // Threads that were left behind in a call of the system's end by themselves.
-  static int SettledHandles(int wanted) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    int handles = OpenHandles();
-    while (handles > wanted && std::chrono::steady_clock::now() < end) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      handles = OpenHandles();
-    }
-    return handles;
-  }
 
   std::minstd_rand m_random{std::random_device()()};
 };

@@ -2,11 +2,9 @@
 // each time the next of its calls is refused, until a run needs none that fails.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 #include <map>
 #include <string>
-#include <thread>
 
 #include "support/os/thread.h"
 #include "tests/engine/job_fixture.h"
@@ -92,14 +90,6 @@ class SlowTorture : public testing::TestWithParam<FirstAttempt> {
     }
     job.Stop();
     EXPECT_EQ(observer.CountOf(kEventFinished), told + (started ? 1 : 0));
-  }
-
-  static int SettledHandles(int wanted) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (OpenHandles() > wanted && std::chrono::steady_clock::now() < end) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return OpenHandles();
   }
 
   std::int32_t m_result = kNothingTold;

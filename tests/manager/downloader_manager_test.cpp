@@ -79,7 +79,7 @@ TEST_F(DownloaderManagerTest, EndWithTasksStopsAndRemovesThem) {
   m_manager.reset();
   const std::size_t told = m_callback.Reports().size();
   m_gate.Open();
-  AwaitThreads();
+  test::AwaitThreads(m_threads);
   EXPECT_EQ(m_callback.Reports().size(), told);
   EXPECT_EQ(m_callback.Count("OnTaskFail"), 0);
   EXPECT_TRUE(test::FileExists(m_folder.File(L"stalled.~P2S")));

@@ -39,18 +39,13 @@ class ManagerTest : public testing::Test {
                               L"", 0);
   }
 
-  // Until no thread is left that this test's tasks have started.
-  void AwaitThreads() const {
-    while (RunningThreads() > m_threads) os::SleepMs(1);
-  }
-
   static constexpr std::int64_t kSize = 600'000;
   const Body kBody{kSize};
   Gate m_gate;
   TempFolder m_folder;
   FaultServer m_server;
   RecordingCallBack m_callback;
-  const int m_threads = RunningThreads();
+  const int m_threads = RunningThreads();        // before any task
   std::unique_ptr<DownloaderManager> m_manager;  // its end stops what still runs
 };
 

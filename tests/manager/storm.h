@@ -9,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "support/os/clock.h"
 #include "support/os/thread.h"
 #include "tests/manager/usage.h"
 #include "tests/support/fault_server.h"
@@ -61,7 +60,7 @@ void ExpectStormLeavesNothing() {
   const int threads = RunningThreads();
   const std::uint32_t forced = os::ForcedEnds();
   RageAndSettle<Storm>();
-  while (RunningThreads() > threads) os::SleepMs(5);
+  AwaitThreads(threads);
   const Usage before;
   RageAndSettle<Storm>();
   const Usage after = AwaitUsageOf(before);

@@ -37,10 +37,6 @@ class TaskManagerTest : public testing::Test {
   void AwaitFinish() const {
     while (m_observer.EventsOf(kEventFinished).empty()) os::SleepMs(1);
   }
-  // Until no thread is left that this test's tasks have started.
-  void AwaitThreads() const {
-    while (test::RunningThreads() > m_threads) os::SleepMs(1);
-  }
   [[nodiscard]] std::int32_t CurrentId() const {
     TaskReading reading;
     return m_tasks.ReadCurrentTask(reading) ? reading.id : -1;
@@ -174,7 +170,7 @@ TEST_F(TaskManagerTest, EndStopsTasksWhateverThePositionSays) {
   }
   const std::size_t told = m_observer.Events().size();
   m_gate.Open();
-  AwaitThreads();
+  test::AwaitThreads(m_threads);
   EXPECT_EQ(m_observer.Events().size(), told);
   EXPECT_EQ(m_observer.EventsOf(kEventFinished).size(), 0u);
 }
@@ -185,7 +181,7 @@ TEST_F(TaskManagerTest, PauseAndRemovalAreSilent) {
   m_tasks.PauseTask(7);
   const std::size_t told = m_observer.Events().size();
   m_gate.Open();
-  AwaitThreads();
+  test::AwaitThreads(m_threads);
   EXPECT_EQ(m_observer.Events().size(), told);
   m_tasks.RemoveTask(7);
   EXPECT_EQ(m_observer.Events().size(), told);

@@ -11,10 +11,17 @@ int OpenHandles();
 // How many of them these libraries open and close as they like.
 int HandlesThatComeAndGo();
 
+// Handles when they are no more than wanted, or after 20 seconds: threads that were left behind in
+// a call of the system's end by themselves.
+int SettledHandles(int wanted);
+
 // Those of them that are sockets.
 int OpenSockets();
 
 int RunningThreads();
+
+// Until no more threads than that run. The watchdog ends a wait in vain.
+void AwaitThreads(int most);
 
 // Bytes that are in use on the heap.
 std::int64_t HeapInUse();
