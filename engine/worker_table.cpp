@@ -42,6 +42,10 @@ bool WorkerTable::exists() const {
 
 bool WorkerTable::HasLengths() const {
   const os::LockGuard guard(m_lock);
+  return SharedOut();
+}
+
+bool WorkerTable::SharedOut() const {
   return std::any_of(m_records.begin(), m_records.end(),
                      [](const RangeRecord& record) { return record.length >= 1; });
 }
@@ -122,7 +126,7 @@ bool WorkerTable::AllRangesDone() const {
 
 std::optional<std::int64_t> WorkerTable::Remaining(bool count_buffered) const {
   const os::LockGuard guard(m_lock);
-  if (m_workers.empty()) return std::nullopt;
+  if (!SharedOut()) return std::nullopt;
   std::int64_t sum = 0;
   for (const auto& worker : m_workers) {
     sum += count_buffered ? worker->GetRemainingBytes()

@@ -55,7 +55,8 @@ class WorkerTable {
   void StoreDone(std::int32_t index, std::int64_t done);
 
   [[nodiscard]] bool AllRangesDone() const;
-  // Bytes not yet in the file; with `count_buffered`, not yet received.
+  // Bytes not yet in the file; with `count_buffered`, not yet received. Nothing before the workers
+  // have been given their ranges: those without one would count as done.
   [[nodiscard]] std::optional<std::int64_t> Remaining(bool count_buffered) const;
 
   // The threads that there are, ended or not, with the worker of each.
@@ -72,6 +73,7 @@ class WorkerTable {
   void Stop();
 
  private:
+  [[nodiscard]] bool SharedOut() const REQUIRES(m_lock);
   Handover HandOverTo(std::int32_t index, const Donor& donor);
   // Null when there is no such worker. Only the job thread may use it without the lock: it alone
   // replaces workers.

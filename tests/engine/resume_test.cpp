@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tests/engine/job_fixture.h"
+#include "tests/faults/faults.h"
 
 namespace Tarnlo::test {
 namespace {
@@ -100,6 +101,28 @@ TEST_F(ResumeTest, NextRunAsksForTheMissingBytesOnly) {
   std::vector<Interval> asked = RangesAskedFor();
   std::ranges::sort(asked, {}, &Interval::begin);
   EXPECT_EQ(asked, trailer.Missing());
+}
+
+// Workers without a range would count as done, and the whole file as fetched.
+TEST_F(ResumeTest, NothingIsToldOfBytesBeforeTheWorkersHaveTheirRanges) {
+  const Body body(60'000);
+  WriteTemporary(body, SixRanges(body.size(), {5'000, 5'000, 5'000, 5'000, 5'000, 5'000}));
+  Gate& gate = NewGate();
+  Serve("/f", body).Times(1);
+  Serve("/f", body).HoldingAnswer(gate);
+  Faults faults;
+  faults.Hold(os::Call::kRead);
+  ASSERT_TRUE(Start("/f"));
+  ASSERT_TRUE(faults.AwaitCalls(os::Call::kRead, 1));  // of the trailer's count
+  EXPECT_EQ(Job().Progress().downloaded, -1);
+  faults.LetThrough();
+  ASSERT_TRUE(faults.AwaitCalls(os::Call::kRead, 2));  // of the records: the workers are there
+  EXPECT_EQ(Job().Progress().total, body.size());
+  EXPECT_EQ(Job().Progress().downloaded, -1);
+  faults.LetThrough();
+  ASSERT_TRUE(gate.AwaitArrivals(6));
+  EXPECT_EQ(Job().Progress().downloaded, 30'000);
+  Pause();
 }
 
 TEST_F(ResumeTest, BytesThatNoRecordNamesAreKept) {
