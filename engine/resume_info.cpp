@@ -109,7 +109,7 @@ void CDownloadManager::SaveStepByStep() {
     }
     m_records_to_save.clear();
   }
-  if (os::TickMs() - m_save_tick < kSaveIntervalMs || !HasTrailer()) return;
+  if (!os::HasElapsed(m_save_tick, kSaveIntervalMs) || !HasTrailer()) return;
   m_save_tick = os::TickMs();
   std::vector<RangeRecord> records = m_table.Records();
   m_flush = PendingFlush::Begin(GetTempFilePath());

@@ -7,6 +7,8 @@ namespace Tarnlo::os {
 
 // Milliseconds since the system started, modulo 2^32. Differences are right across the wrap.
 std::uint32_t TickMs();
+// True when that many milliseconds have passed since then.
+bool HasElapsed(std::uint32_t since_tick, std::uint32_t milliseconds);
 
 // Seconds since 1970.
 std::int64_t UnixSeconds();

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/os/fault_point.h"
 #include "support/os/thread.h"
 #include "support/os/wait.h"
 
@@ -29,16 +30,15 @@ struct Rule {
   std::atomic<int> end{0};
 
   void Set(int from, int times) {
-    first = 0;
     end = 0;
     const int before = calls;
-    end = before + from + times;
     first = before + from;
+    end = before + from + times;
   }
   void Clear() { calls = first = end = 0; }
   bool Matches() {
     const int number = calls.fetch_add(1) + 1;
-    return number >= first && number < end;
+    return number < end && number >= first;  // in the order in which both are set
   }
 };
 
@@ -120,14 +120,18 @@ bool os::Fails(Call call) {
   return true;
 }
 
+std::uint32_t os::ScaledInterval(std::uint32_t milliseconds) {
+  const std::uint32_t divisor = g_divisor.load(std::memory_order_relaxed);
+  return (milliseconds + divisor - 1) / divisor;
+}
+
 std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
   NoteWait(milliseconds);
   if (milliseconds != os::kForever && milliseconds == g_watched_ms && t_without == 0) {
     ++g_waits;
     return g_watched_last_ms;
   }
-  const std::uint32_t divisor = g_divisor.load(std::memory_order_relaxed);
-  return milliseconds == kForever ? kForever : (milliseconds + divisor - 1) / divisor;
+  return milliseconds == kForever ? kForever : ScaledInterval(milliseconds);
 }
 
 namespace test {

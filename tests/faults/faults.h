@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-#include "support/os/fault_point.h"
+#include "support/os/call.h"
 
 namespace Tarnlo::test {
 
@@ -34,7 +34,7 @@ class Faults {
   void LetThrough(int calls = 1);
   // The same until `condition`, asked on the thread that makes the call, is true.
   void HoldUntil(os::Call call, std::function<bool()> condition);
-  // Waits for a single event take a part of their time.
+  // Waits for a single event take a part of their time, and os::HasElapsed is true after a part.
   void DivideWaits(std::uint32_t divisor);
   // Counts the waits for a single event that are to last this long, from now on, and makes them
   // last `instead`.

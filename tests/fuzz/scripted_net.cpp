@@ -61,6 +61,9 @@ bool Fails(Call /*call*/) {
 std::uint32_t ScaledWait(std::uint32_t /*milliseconds*/) {
   return 0;
 }
+std::uint32_t ScaledInterval(std::uint32_t milliseconds) {
+  return milliseconds;
+}
 
 bool StartNetwork() {
   return !Fails(Call::kStartNetwork);

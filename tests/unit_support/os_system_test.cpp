@@ -8,6 +8,7 @@
 #include "support/os/module.h"
 #include "support/os/system_folders.h"
 #include "support/os/window.h"
+#include "tests/faults/faults.h"
 #include "tests/support/temp_folder.h"
 
 namespace Tarnlo::os {
@@ -17,6 +18,17 @@ TEST(OsClockTest, TicksAdvanceWithSleep) {
   const std::uint32_t begin = TickMs();
   SleepMs(60);
   EXPECT_GE(TickMs() - begin, 40U);
+}
+
+TEST(OsClockTest, TimeHasElapsedOnceItIsOverAlsoAcrossTheWrap) {
+  EXPECT_TRUE(HasElapsed(TickMs(), 0));
+  EXPECT_TRUE(HasElapsed(TickMs() - 5'000, 5'000));
+  EXPECT_FALSE(HasElapsed(TickMs(), 600'000));
+  EXPECT_TRUE(HasElapsed(TickMs() + 1, 600'000));  // nearly 50 days ago
+  test::Faults faults;
+  faults.DivideWaits(200'000);
+  const std::uint32_t begin = TickMs();
+  EXPECT_TRUE(HasElapsed(begin - 3, 600'000));
 }
 
 TEST(OsClockTest, LocalTimeIsTheTimeOfDay) {
