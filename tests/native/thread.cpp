@@ -22,7 +22,7 @@ namespace {
 
 // What a sanitizer adds to every frame needs more than the library asks for.
 constexpr std::size_t kMinStackBytes = 2 * 1024 * 1024;
-constexpr std::uint32_t kTerminationMs = 1000;
+constexpr std::uint32_t kTerminationMs = 30'000;  // a sanitizer may be slow to tell the thread
 
 std::atomic<std::uint32_t> g_forced_ends{0};
 

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <thread>
 
 #include "tests/support/child_process.h"
@@ -71,10 +70,10 @@ ChildProcess::ChildProcess(const std::string& test, const std::wstring& temp_fol
                                        std::string(kChildMark) + "=1"};
   for (const auto& [name, value] : variables) environment.push_back(name + "=" + Narrow(value));
   AddOwnEnvironment(environment);
-  m_process->id =
-      Begin({std::filesystem::read_symlink("/proc/self/exe").string(),
-             "--gtest_also_run_disabled_tests", "--gtest_brief=1", "--gtest_filter=" + test},
-            std::move(environment));
+  // The program that runs, also when a build has put another in its place.
+  m_process->id = Begin({"/proc/self/exe", "--gtest_also_run_disabled_tests", "--gtest_brief=1",
+                         "--gtest_filter=" + test},
+                        std::move(environment));
 }
 
 ChildProcess::~ChildProcess() {

@@ -8,12 +8,6 @@
 #include "tests/support/system.h"
 
 namespace Tarnlo::test {
-namespace {
-
-constexpr std::int64_t kConnections = 6;
-constexpr std::int64_t kTrailerBytes = kConnections * 24 + 4;
-
-}  // namespace
 
 PartialFile::PartialFile(std::wstring path, const Body& body)
     : m_path(std::move(path)),

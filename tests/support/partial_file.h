@@ -12,6 +12,9 @@
 
 namespace Tarnlo::test {
 
+inline constexpr std::int64_t kConnections = 6;
+inline constexpr std::int64_t kTrailerBytes = kConnections * 24 + 4;
+
 // Of six connections. The bytes that are claimed: the done ones of each record, and those that no
 // record names, whose range was complete before its worker was given another.
 //
