@@ -1,6 +1,6 @@
-# One test program per layer, linked with the library's objects, and small programs that see only
-# the DLL. Every program lies beside the DLL. Files named *_win32 need Windows, files named *_native
-# are for the development build on Linux.
+# One test program per layer, linked with the library's objects, two more of the engine's, and small
+# programs that see only the DLL. Every program lies beside the DLL. Files named *_win32 need Windows,
+# files named *_native are for the development build on Linux.
 set(TARNLO_GOOGLETEST /usr/src/googletest CACHE PATH "Sources of GoogleTest")
 set(INSTALL_GTEST OFF)
 add_subdirectory("${TARNLO_GOOGLETEST}" "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
@@ -32,16 +32,48 @@ function(add_test_program name)
   set(built_tests ${built_tests} ${arg_SOURCES} PARENT_SCOPE)
 endfunction()
 
-foreach(layer unit_support hosts transfer engine manager api)
+# layer_sources(VARIABLE LAYER): of this system.
+function(layer_sources variable layer)
   file(GLOB sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/${layer}/*.cpp")
   list(FILTER sources EXCLUDE REGEX "${other_system}")
-  if(sources)
-    add_test_program(tests_${layer} SOURCES ${sources} LIBRARIES tarnlo_static)
+  set(${variable} ${sources} PARENT_SCOPE)
+endfunction()
+
+# share_headers(PROGRAM): what most of a layer's tests include is compiled once, with the first program.
+# The builds for Linux do without, and see that each file names what it needs.
+function(share_headers program)
+  if(NOT WIN32)
+    return()
+  elseif(program STREQUAL "tests_engine_slow")
+    target_precompile_headers(${program} PRIVATE
+      <gtest/gtest.h> <algorithm> <chrono> <functional> <string> <thread> <vector>)
+  else()
+    target_precompile_headers(${program} REUSE_FROM tests_engine_slow)
   endif()
-endforeach()
+endfunction()
+
+# The engine's: three programs, what takes longest first. Only one of them can add names to the hosts
+# file; one computes, the other two share their fixtures.
+layer_sources(sources engine)
+set(fixtures ${sources})
+list(FILTER fixtures EXCLUDE REGEX "_test[.]cpp$")
+set(simulation "${PROJECT_SOURCE_DIR}/tests/engine/planner_simulation_slow_test.cpp")
+list(REMOVE_ITEM sources ${fixtures} ${simulation})
+set(slow ${sources})
+list(FILTER slow INCLUDE REGEX "_slow_test[.]cpp$")
+list(FILTER slow EXCLUDE REGEX "/host_[^/]*$")
+list(REMOVE_ITEM sources ${slow})
+add_library(engine_fixtures STATIC EXCLUDE_FROM_ALL ${fixtures})
+target_link_libraries(engine_fixtures PRIVATE tarnlo_static test_support tarnlo_options)
+add_test_program(tests_engine_slow SOURCES ${slow} LIBRARIES engine_fixtures tarnlo_static)
+add_test_program(tests_engine_simulation SOURCES ${simulation} LIBRARIES tarnlo_static)
+target_compile_options(tests_engine_simulation PRIVATE -O2)
+add_test_program(tests_engine SOURCES ${sources} LIBRARIES engine_fixtures tarnlo_static)
+share_headers(tests_engine_slow)
+share_headers(tests_engine)
 
 # A program file with a version resource and nothing else, for the engine's tests.
-if(WIN32 AND TARGET tests_engine)
+if(WIN32)
   add_library(version_sample SHARED EXCLUDE_FROM_ALL tests/engine/version_sample.rc)
   set_target_properties(version_sample PROPERTIES PREFIX "" LINKER_LANGUAGE CXX)
   target_link_options(version_sample PRIVATE -nostdlib LINKER:--entry=0)
@@ -53,6 +85,14 @@ list(FILTER abi_tests EXCLUDE REGEX "${other_system}")
 foreach(source IN LISTS abi_tests)
   cmake_path(GET source STEM name)
   add_test_program(${name} SOURCES "${source}" LIBRARIES tarnlo)
+endforeach()
+
+foreach(layer manager unit_support hosts transfer api)
+  layer_sources(sources ${layer})
+  if(sources)
+    add_test_program(tests_${layer} SOURCES ${sources} LIBRARIES tarnlo_static)
+    share_headers(tests_${layer})
+  endif()
 endforeach()
 
 # A test that is written is a test that runs.
