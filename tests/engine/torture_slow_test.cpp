@@ -101,7 +101,7 @@ class SlowTorture : public testing::TestWithParam<FirstAttempt> {
   }
   // The same, and that nothing is left of it when the server is gone.
   std::string Refuse(const std::string& which, const Arm& arm) {
-    const std::string failed = RunWithFaults(which, arm);
+    std::string failed = RunWithFaults(which, arm);
     EXPECT_LE(SettledHandles(m_handles), m_handles) << which << ": " << failed;
     return failed;
   }
