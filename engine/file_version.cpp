@@ -17,7 +17,11 @@ constexpr std::size_t kCompared = 3;
 
 int ParseInt(std::string_view text) {
   std::wstring wide;
-  for (const char c : text) wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
+  // A byte beyond ASCII is no blank, whatever letter it stands for.
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    wide += byte < 0x80 ? static_cast<wchar_t>(byte) : L'?';
+  }
   using Limits = std::numeric_limits<int>;
   return static_cast<int>(
       std::clamp(ParseNumber(wide), std::int64_t{Limits::min()}, std::int64_t{Limits::max()}));

@@ -21,6 +21,7 @@ TEST(ParseVersionTest, Table) {
   EXPECT_EQ(ParseVersion(".1..2."), (Numbers{1, 2}));  // empty pieces do not count
   EXPECT_EQ(ParseVersion("1.x.3"), (Numbers{1, 0, 3}));
   EXPECT_EQ(ParseVersion("1. 2.-3"), (Numbers{1, 2, -3}));
+  EXPECT_EQ(ParseVersion("\xA0\x32.\t3"), (Numbers{0, 3}));
   EXPECT_EQ(ParseVersion("2rc1.5"), (Numbers{2, 5}));
   EXPECT_EQ(ParseVersion("99999999999999999999.1"), (Numbers{std::numeric_limits<int>::max(), 1}));
   EXPECT_EQ(ParseVersion("-99999999999.\xE9"), (Numbers{std::numeric_limits<int>::min(), 0}));
