@@ -197,11 +197,11 @@ void simpleLog::AppendLine(const char* prefix, const char* format, va_list argum
 
 void simpleLog::StartBackups() {
   const os::LockGuard guard(m_start_lock);
-  if (m_has_thread.load()) return;
+  if (m_running_backups.load() != nullptr) return;
   // The thread's first look counts, and a shutdown from here on moves the file.
   m_initialised.store(true);
   m_backup_thread = os::Thread::Start(kBackupStackBytes, RunBackups, this);
-  m_has_thread.store(m_backup_thread.valid());
+  if (m_backup_thread.valid()) m_running_backups.store(&m_backup_thread);
 }
 
 std::uint32_t simpleLog::RunBackups(void* logger) {
@@ -247,7 +247,7 @@ bool simpleLog::MoveAside(const os::LocalTime& now) {
 void simpleLog::ShutDown() {
   if (!m_initialised.exchange(false)) return;
   m_stop.Set();
-  if (m_has_thread.load()) m_backup_thread.WaitForEnd(kExitWaitMs);
+  if (const auto* const backups = m_running_backups.load()) backups->WaitForEnd(kExitWaitMs);
   if (!Mutex().Acquire(kExitWaitMs)) return;
   const os::AdoptMutexGuard guard(Mutex());
   MoveAside(os::LocalTimeNow());

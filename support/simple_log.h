@@ -74,8 +74,9 @@ class simpleLog {
   os::Event m_stop;
   os::Lock m_start_lock;
   std::atomic<bool> m_initialised{false};  // from before the thread starts until the shutdown
-  os::Thread m_backup_thread;  // written under the start lock, published by the mark below
-  std::atomic<bool> m_has_thread{false};
+  os::Thread m_backup_thread GUARDED_BY(m_start_lock);
+  // The same from when it has started, for a shutdown, which takes no lock; it stays as it is then.
+  std::atomic<const os::Thread*> m_running_backups{nullptr};
 };
 
 // Lines of the process's logger, with the level word and the calling thread's id in front:

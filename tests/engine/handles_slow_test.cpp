@@ -31,12 +31,14 @@ class SlowPauses : public JobTest {
     ASSERT_TRUE(Job().RenewStopEvent());
   }
 
-  std::minstd_rand m_random{std::random_device()()};
+  const unsigned m_seed = std::random_device()();
+  std::minstd_rand m_random{m_seed};
 };
 
 class SlowPausesInTurns : public SlowPauses, public testing::WithParamInterface<int> {};
 
 TEST_P(SlowPausesInTurns, LeaveTheHandlesWhereTheyWere) {
+  SCOPED_TRACE("seed " + std::to_string(m_seed));
   const auto pause_and_continue = [&](int rounds) {
     RenewServer();
     Serve("/f", Body(600'000)).Trickling(100'000);

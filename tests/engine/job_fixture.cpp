@@ -8,7 +8,6 @@
 #include <string_view>
 #include <thread>
 
-#include "engine/md5.h"
 #include "hosts/down_host_mgr.h"
 #include "support/os/clock.h"
 #include "support/os/thread.h"
@@ -140,14 +139,6 @@ bool JobObserver::AwaitEachHas(std::size_t workers, std::int64_t bytes) {
     }
     return reached.size() >= workers;
   });
-}
-
-std::wstring Md5Of(const Body& body) {
-  MD5 md5;
-  const std::string bytes = body.Bytes(0, static_cast<std::size_t>(body.size()));
-  md5.Update(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-  md5.Finalize();
-  return md5.HexDigest();
 }
 
 // --- Job ---------------------------------------------------------------------------------------

@@ -17,6 +17,7 @@
 #include "engine/download_manager.h"
 #include "support/result.h"
 #include "tests/support/body.h"
+#include "tests/support/digest.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/recording_observer.h"
 #include "tests/support/system.h"
@@ -63,9 +64,6 @@ class JobObserver : public RecordingObserver {
   std::vector<Stamp> m_stamps;
   std::function<void(const TaskEvent&)> m_action;
 };
-
-// The digest as a job expects it.
-std::wstring Md5Of(const Body& body);
 
 // Everything that one job needs, so that several can run side by side.
 //

@@ -12,16 +12,12 @@
 #include <vector>
 
 #include "tests/support/body.h"
+#include "tests/support/digest.h"
 
 namespace Tarnlo {
 namespace {
 
-std::wstring Md5Of(const std::string& text) {
-  MD5 md5;
-  md5.Update(text.data(), text.size());
-  md5.Finalize();
-  return md5.HexDigest();
-}
+using test::Md5Of;
 
 // The algorithm as RFC 1321 words it, one operation after another, to compare with.
 std::array<std::uint32_t, 4> ReferenceBlock(std::array<std::uint32_t, 4> sum,

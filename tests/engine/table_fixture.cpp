@@ -44,9 +44,12 @@ TableTest::~TableTest() {
   EXPECT_EQ(os::ForcedEnds(), m_forced_ends);
 }
 
-void TableTest::StoreDone(std::int32_t index, std::int64_t done, std::int64_t /*delta*/,
-                          void* test) {
-  static_cast<TableTest*>(test)->m_table.StoreDone(index, done);
+// An attempt that failed reports no bytes.
+void TableTest::OnProgress(std::int32_t index, std::int64_t done, std::int64_t /*delta*/,
+                           void* test) {
+  auto& self = *static_cast<TableTest*>(test);
+  self.m_table.StoreDone(index, done);
+  if (done == 0 && self.m_on_failed_attempt) self.m_on_failed_attempt(index);
 }
 
 void TableTest::Start(const std::vector<TableWorker>& workers) {
@@ -64,7 +67,7 @@ void TableTest::Start(const std::vector<TableWorker>& workers) {
     setup.index = index;
     setup.task_id = kTaskId;
     setup.observer = &m_observer;
-    setup.progress = &StoreDone;
+    setup.progress = &OnProgress;
     setup.progress_context = this;
     setup.file_path = File();
     worker->Configure(setup);

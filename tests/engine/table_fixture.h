@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/worker_table.h"
@@ -35,6 +36,11 @@ class TableTest : public testing::Test {
   JobObserver& Observer() { return m_observer; }
   [[nodiscard]] std::wstring File() const { return m_folder.File(L"f"); }
 
+  // Called with the worker's index, on its thread, when it gives an attempt up. Set before `Start`.
+  void OnFailedAttempt(std::function<void(std::int32_t index)> action) {
+    m_on_failed_attempt = std::move(action);
+  }
+
   // Lays the file out and starts everybody.
   void Start(const std::vector<TableWorker>& workers);
   // What the job does while workers run; the number of ranges that were given anew. `idle` is
@@ -48,13 +54,14 @@ class TableTest : public testing::Test {
   Lengths LengthsToldAgain();
 
  private:
-  static void StoreDone(std::int32_t index, std::int64_t done, std::int64_t delta, void* test);
+  static void OnProgress(std::int32_t index, std::int64_t done, std::int64_t delta, void* test);
 
   std::list<Gate> m_gates;
   std::unique_ptr<FaultServer> m_server;
   TempFolder m_folder;
   JobObserver m_observer;
   WorkerTable m_table;
+  std::function<void(std::int32_t index)> m_on_failed_attempt;
   std::size_t m_told_at_start = 0;
   std::uint32_t m_forced_ends = 0;
 };

@@ -42,7 +42,8 @@ constexpr std::int64_t kSmall = 10'000;
 class WantOfMemory : public JobTest {
  protected:
   WantOfMemory() { Serve("/f", Body(kSmall)); }
-  static void RefuseTheNextWorker() { g_refused_size = sizeof(CDownloadHttp); }
+  static void RefuseTheNext(std::size_t bytes) { g_refused_size = bytes; }
+  static void RefuseTheNextWorker() { RefuseTheNext(sizeof(CDownloadHttp)); }
   static bool WasRefused() { return g_refused_size == 0; }
   void ExpectTheNextRunCompletes() {
     EXPECT_EQ(DownloadAgain("/f"), kResultSuccess);
@@ -72,6 +73,18 @@ TEST_F(WantOfMemory, ForAWorkerInTheFirstAttemptIsMadeGoodInTheSecond) {
   const std::string lines = JobLines();
   EXPECT_NE(lines.find(" A1 A5 A6 S21 T7 T8 T10 F1 F16 T19 T22x3 T6 "), std::string::npos) << lines;
   EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
+}
+
+// For the name under which the attempt's number is stored.
+TEST_F(WantOfMemory, OutsideOfAnAttemptEndsTheRunWhichSaysSo) {
+  Observer().OnEach([times = 0](const TaskEvent& event) mutable {
+    if (event.type == kEventStarted && ++times == 1) RefuseTheNext(sizeof(L"retrytips"));
+  });
+  EXPECT_EQ(Download("/f"), kResultWaitFailed);
+  EXPECT_TRUE(WasRefused());
+  EXPECT_EQ(JobLines(), "T1 T3 T4 T5 T2");
+  EXPECT_TRUE(Files().empty());
+  ExpectTheNextRunCompletes();
 }
 
 }  // namespace

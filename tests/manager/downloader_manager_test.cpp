@@ -8,22 +8,16 @@
 #include <string>
 #include <vector>
 
-#include "engine/md5.h"
 #include "support/os/thread.h"
 #include "support/report_store.h"
 #include "support/text.h"
+#include "tests/faults/faults.h"
 #include "tests/manager/manager_fixture.h"
+#include "tests/support/digest.h"
 #include "transfer/current_job.h"
 
 namespace Tarnlo {
 namespace {
-
-std::wstring Md5Of(const std::string& bytes) {
-  MD5 md5;
-  md5.Update(bytes.data(), bytes.size());
-  md5.Finalize();
-  return md5.HexDigest();
-}
 
 class DownloaderManagerTest : public test::ManagerTest {
  protected:
@@ -86,7 +80,7 @@ TEST_F(DownloaderManagerTest, EndWithTasksStopsAndRemovesThem) {
 }
 
 TEST_F(DownloaderManagerTest, Md5MatchesInLowerCase) {
-  const std::wstring digest = ToLower(Md5Of(kBody.Bytes(0, static_cast<std::size_t>(kSize))));
+  const std::wstring digest = ToLower(test::Md5Of(kBody));
   m_manager->AddTask(m_server.Url("/f").c_str(), m_folder.path().c_str(), L"", 7, L"",
                      digest.c_str(), 0);
   EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
@@ -163,8 +157,7 @@ TEST_F(DownloaderManagerTest, ContinueInsideTheCallbackOfTheEndStartsNothing) {
 // A file that is there and right is left as it is; with the flag it is fetched again.
 TEST_F(DownloaderManagerTest, FlagFetchesAFileThatIsThereAgain) {
   const std::string other = "another file";
-  const std::wstring either =
-      Md5Of(other) + L"," + Md5Of(kBody.Bytes(0, static_cast<std::size_t>(kSize)));
+  const std::wstring either = test::Md5Of(other) + L"," + test::Md5Of(kBody);
   const auto add = [&](std::int32_t id, std::int32_t flag) {
     return m_manager->AddTask(m_server.Url("/f").c_str(), m_folder.path().c_str(), L"", id, L"",
                               either.c_str(), flag);
@@ -278,6 +271,41 @@ TEST_F(DownloaderManagerTest, CallbackThatWaitsForTheManagerGivesUpWhenItsTaskIs
   EXPECT_EQ(add, -1);
   EXPECT_EQ(os::ForcedEnds(), forced);
   EXPECT_EQ(m_manager->GetTaskCount(), 0);
+}
+
+// A wait of the second job's own fails, so that it ends its workers, one of which is waiting for
+// the manager inside a callback.
+TEST_F(DownloaderManagerTest, CallbackThatWaitsForTheManagerGivesUpWhenItsWorkerIsStopped) {
+  test::Gate first;
+  test::Gate second;
+  std::atomic<std::int32_t> cancel{-99};
+  m_callback.on_start = [&](std::int32_t id) {
+    if (id == 7) test::WaitAt(first);
+  };
+  m_callback.on_progress = [&](std::int32_t id) {
+    if (id != 8 || second.Arrivals() > 0) return;
+    test::WaitAt(second);
+    cancel = m_manager->CancelTask(99);
+  };
+  const std::uint32_t forced = os::ForcedEnds();
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(first.AwaitArrivals());
+  ASSERT_EQ(Add(8, "/slow"), 8);
+  ASSERT_TRUE(second.AwaitArrivals());
+  std::jthread canceller([this] { EXPECT_EQ(m_manager->CancelTask(7), 1); });
+  // The cancel has the manager from here on, until the first callback is back.
+  TaskProgressInfo info;
+  while (m_manager->GetTaskProgress(7, &info) == 1) {
+  }
+  test::Faults faults;
+  faults.Fail(os::Call::kWait);
+  second.Open();
+  while (cancel == -99) os::SleepMs(1);
+  EXPECT_EQ(cancel, 0);
+  first.Open();
+  canceller.join();
+  EXPECT_EQ(m_manager->CancelTask(8), 1);
+  EXPECT_EQ(os::ForcedEnds(), forced);
 }
 
 TEST_F(DownloaderManagerTest, TasksThatCancelEachOtherDoNotHang) {

@@ -1,7 +1,6 @@
 // What the process holds, before and after a test that makes and ends much.
 #pragma once
 
-#include "support/os/clock.h"
 #include "tests/manager/live_allocations.h"
 #include "tests/support/process_usage.h"
 
@@ -15,12 +14,9 @@ struct Usage {
 
 // Threads that were left behind to end by themselves get the time they need.
 inline Usage AwaitUsageOf(const Usage& before) {
-  Usage now;
-  for (int i = 0; i < 1000 && (now.threads > before.threads || now.handles > before.handles); ++i) {
-    os::SleepMs(10);
-    now = Usage();
-  }
-  return now;
+  SettledThreads(before.threads);
+  SettledHandles(before.handles);
+  return {};
 }
 
 }  // namespace Tarnlo::test

@@ -5,19 +5,30 @@
 #include "support/os/clock.h"
 
 namespace Tarnlo::test {
+namespace {
+
+int Settled(int (*reading)(), int wanted) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  int now = reading();
+  while (now > wanted && std::chrono::steady_clock::now() < end) {
+    os::SleepMs(10);
+    now = reading();
+  }
+  return now;
+}
+
+}  // namespace
 
 void AwaitThreads(int most) {
   while (RunningThreads() > most) os::SleepMs(1);
 }
 
 int SettledHandles(int wanted) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  int handles = OpenHandles();
-  while (handles > wanted && std::chrono::steady_clock::now() < end) {
-    os::SleepMs(10);
-    handles = OpenHandles();
-  }
-  return handles;
+  return Settled(OpenHandles, wanted);
+}
+
+int SettledThreads(int wanted) {
+  return Settled(RunningThreads, wanted);
 }
 
 }  // namespace Tarnlo::test

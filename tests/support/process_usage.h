@@ -14,6 +14,8 @@ int HandlesThatComeAndGo();
 // Handles when they are no more than wanted, or after 20 seconds: threads that were left behind in
 // a call of the system's end by themselves.
 int SettledHandles(int wanted);
+// The same for threads.
+int SettledThreads(int wanted);
 
 // Those of them that are sockets.
 int OpenSockets();

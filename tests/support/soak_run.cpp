@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/md5.h"
+#include "tests/support/digest.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/long_run.h"
 #include "tests/support/system.h"
@@ -76,18 +76,6 @@ class Ends {
   std::vector<int> m_count;
 };
 
-std::string Md5Of(const Body& body) {
-  constexpr std::int64_t kBlock = 100'000;
-  static_assert(kLarge % kBlock == 0);
-  MD5 md5;
-  for (std::int64_t at = 0; at < body.size(); at += kBlock) {
-    md5.Update(body.Bytes(at, kBlock).data(), kBlock);
-  }
-  md5.Finalize();
-  const std::wstring digest = md5.HexDigest();
-  return {digest.begin(), digest.end()};
-}
-
 // Tasks with ids of their own, run through the exports alone. Threads: Run is called on several.
 class Soak {
  public:
@@ -100,6 +88,7 @@ class Soak {
     FaultServer server;
     std::atomic<int> left{small + large};
     const auto lane = [&](unsigned seed) {
+      SCOPED_TRACE("seed " + std::to_string(seed));
       std::mt19937 random(seed);
       for (int number = left--; number > 0; number = left--) {
         RunTask(server, number > small, random);
@@ -122,7 +111,10 @@ class Soak {
     const std::wstring url = server.Url(path);
     task.url.assign(url.begin(), url.end());
     task.save_dir = m_folder.path();
-    if (large) task.md5 = Md5Of(body);
+    if (large) {
+      const std::wstring digest = Md5Of(body);
+      task.md5.assign(digest.begin(), digest.end());
+    }
     EXPECT_EQ(m_functions.create_task(&task), task.id);
     int ends = 0;
     for (auto pauses = random() % 3; pauses > 0; --pauses) {
@@ -152,10 +144,7 @@ class Soak {
 
 // Threads that were left behind to end by themselves get the time they need, and what they hold.
 SoakUsage UsageWith(int threads) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (RunningThreads() > threads && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+  SettledThreads(threads);
   return {};
 }
 
