@@ -1,5 +1,5 @@
-# One test program per layer, linked with the library's objects, two more of the engine's, and small
-# programs that see only the DLL. Every program lies beside the DLL. Files named *_win32 need Windows,
+# One test program per layer, linked with the library's objects, two more of the engine's and one of
+# the manager's, and small programs that see only the DLL. Every program lies beside the DLL. Files named *_win32 need Windows,
 # files named *_native are for the development build on Linux.
 set(TARNLO_GOOGLETEST /usr/src/googletest CACHE PATH "Sources of GoogleTest")
 set(INSTALL_GTEST OFF)
@@ -87,7 +87,20 @@ foreach(source IN LISTS abi_tests)
   add_test_program(${name} SOURCES "${source}" LIBRARIES tarnlo)
 endforeach()
 
-foreach(layer manager unit_support hosts transfer api)
+# The manager's: two programs. A worker that is stopped gets a second; in the storms hundreds are, and
+# would be slower if a test of the same program had started the log.
+layer_sources(sources manager)
+set(storms ${sources})
+list(FILTER storms INCLUDE REGEX "storm_test[.]cpp$")
+list(REMOVE_ITEM sources ${storms})
+set(manager_fixtures ${sources})
+list(FILTER manager_fixtures EXCLUDE REGEX "_test[.]cpp$")
+add_test_program(tests_manager_storm SOURCES ${storms} ${manager_fixtures} LIBRARIES tarnlo_static)
+add_test_program(tests_manager SOURCES ${sources} LIBRARIES tarnlo_static)
+share_headers(tests_manager_storm)
+share_headers(tests_manager)
+
+foreach(layer unit_support hosts transfer api)
   layer_sources(sources ${layer})
   if(sources)
     add_test_program(tests_${layer} SOURCES ${sources} LIBRARIES tarnlo_static)

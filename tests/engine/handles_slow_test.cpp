@@ -55,13 +55,15 @@ TEST_P(SlowPausesInTurns, LeaveTheHandlesWhereTheyWere) {
 
 // Nobody stops the job: the run that begins releases what the one before has left.
 TEST_F(SlowPauses, RunsThatFollowEachOtherLeaveTheHandlesWhereTheyWere) {
-  Serve("/f", Body(6'000));
   const auto fetch_again = [&](int runs) {
+    RenewServer();
+    Serve("/f", Body(6'000));
     for (int run = 0; run < runs && !HasFailure(); ++run) {
       ASSERT_TRUE(Start("/f", L"", true));
       ASSERT_EQ(AwaitResult(), kResultSuccess);
       ASSERT_TRUE(Job().RenewStopEvent());
     }
+    RenewServer();
   };
   fetch_again(3);  // what is made once and kept
   const int before = OpenHandles();

@@ -1,6 +1,6 @@
 // Whole jobs whose addresses fail: names that do not resolve yet, addresses that refuse, die in
 // the middle or serve a wrong file. A refusal costs the whole time limit of a connect, and a second
-// attempt begins after three seconds, so all runs go side by side.
+// attempt begins after three seconds, so the runs that wait for either go side by side.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -52,15 +52,21 @@ class SlowHostFailure : public testing::Test {
     const std::string late =
         "http://" + runs.late_name + ":" + std::to_string(runs.resolves_late.Hosts().port()) + "/f";
     ASSERT_TRUE(runs.resolves_late.StartAt({late.begin(), late.end()}));
-    for (HostScene* run : {&runs.first_is_dead, &runs.dies, &runs.wrong_file}) {
-      ASSERT_TRUE(run->Begin());
-    }
+    for (HostScene* run : {&runs.first_is_dead, &runs.wrong_file}) ASSERT_TRUE(run->Begin());
   }
   static void TearDownTestSuite() { s_runs.reset(); }
 
   static void ExpectFile(HostScene& run, const Body& body) {
     EXPECT_EQ(run.End(), kResultSuccess);
     EXPECT_EQ(FileDifference(run.Target(L"f"), body), "");
+  }
+  // As if there were half a hundred connections to the other.
+  static void PreferTheFirst(const HostScene& run) {
+    const std::wstring name = run.Hosts().wide_name();
+    DownHostMgr& table = DownHostMgr::Shared();
+    for (int i = 0; i < 100; ++i) table.AcquireHostIp(name, nullptr);
+    const os::Ipv4Address first = run.Hosts().address(0);
+    while (run.Table().at(first) > 0) table.ReleaseHostIp(name, first);
   }
   static int Attempts(const HostScene& run) {
     return static_cast<int>(
@@ -75,19 +81,20 @@ std::unique_ptr<SlowHostFailure::Runs> SlowHostFailure::s_runs;
 TEST_F(SlowHostFailure, NameThatResolvesInTheSecondAttemptIsAskedAndFetchedThen) {
   HostScene& run = s_runs->resolves_late;
   ASSERT_TRUE(run.AwaitPassStep(11));
-  EXPECT_EQ(run.PassSteps(), (Steps{1, 7, 11}));
+  EXPECT_EQ(run.Passes(), (Steps{1, 7, 11}));
   EXPECT_EQ(run.Requests(), "");
   ASSERT_TRUE(AddHost(s_runs->late_name, CdnAddresses(2)));
   ExpectFile(run, Body(kSmall));
   EXPECT_EQ(Attempts(run), 2);
-  EXPECT_EQ(run.PassSteps(), (Steps{1, 7, 11, 1, 4, 5, 4, 5, 7, 11}));
-  EXPECT_TRUE(run.Requests().starts_with("HEAD1 HEAD2 GET1 ")) << run.Requests();
+  EXPECT_EQ(run.Passes(), (Steps{1, 7, 11, 1, 7, 11}));
+  EXPECT_TRUE(run.Requests("GET").starts_with("GET1 ")) << run.Requests();
 }
 
 // Every worker has begun; those of the living address end, then the other one goes. What it has
-// not sent comes from the living one.
+// not sent comes from the living one, which is chosen from then on.
 TEST_F(SlowHostFailure, AddressThatDiesInTheMiddleLeavesItsRangesToTheOther) {
   HostScene& run = s_runs->dies;
+  ASSERT_TRUE(run.Begin());
   ASSERT_TRUE(run.Observer().AwaitEachHas(6, 1));
   s_runs->living.Open();
   ASSERT_TRUE(run.Hosts()[0].AwaitIdle());
@@ -95,6 +102,7 @@ TEST_F(SlowHostFailure, AddressThatDiesInTheMiddleLeavesItsRangesToTheOther) {
   EXPECT_EQ(before + run.RequestsTo(1), 1 + 6);
   EXPECT_GE(run.RequestsTo(1), 1);
   EXPECT_FALSE(run.Has(run.Target(L"f")));
+  PreferTheFirst(run);
   run.Hosts().Close(1);
   ExpectFile(run, Body(kLarge));
   EXPECT_GT(run.RequestsTo(0), before);
@@ -109,7 +117,7 @@ TEST_F(SlowHostFailure, WrongRangeFromOneAddressIsFoundByTheDigestAndAllIsFetche
   EXPECT_NE(mismatch, std::string::npos) << lines;
   EXPECT_NE(lines.find(" M1 F13 F15 ", mismatch), std::string::npos) << lines;
   EXPECT_EQ(run.RequestsTo(0) + run.RequestsTo(1), 2 * (1 + 6));
-  EXPECT_EQ(run.RequestsTo(0, "HEAD") + run.RequestsTo(1, "HEAD"), 2);  // a host is asked once
+  EXPECT_EQ(run.Passes(), (Steps{1, 7, 11, 1, 3}));  // a host is asked once
 }
 
 // The probe draws the dead address first. It stays in use, so the second attempt's probe draws the
@@ -119,9 +127,9 @@ TEST_F(SlowHostFailure, DeadAddressThatNobodyVotesOutStaysInUse) {
   HostScene& run = s_runs->first_is_dead;
   const std::int32_t result = run.End();
   EXPECT_EQ(Attempts(run), 2);
-  EXPECT_EQ(run.PassSteps(), (Steps{1, 4, 5, 4, 5, 7, 11, 1, 3}));
+  EXPECT_EQ(run.Passes(), (Steps{1, 7, 11, 1, 3}));
   EXPECT_TRUE(run.JobLines().starts_with("T1 T3 T4 T5 T6 S1 S2 T7 T8 T10 ")) << run.JobLines();
-  EXPECT_TRUE(run.Requests().starts_with("HEAD2 GET2")) << run.Requests();
+  EXPECT_TRUE(run.Requests("GET").starts_with("GET2")) << run.Requests();
   EXPECT_TRUE(run.TableHas({0, 1}));
   EXPECT_GE(run.Table().at(run.Hosts().address(0)), 1);
   if (result == kResultSuccess) {

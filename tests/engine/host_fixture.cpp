@@ -3,18 +3,15 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <stdexcept>
 #include <string_view>
 #include <thread>
 #include <utility>
 
 #include "tests/support/hosts_file.h"
+#include "tests/support/repeat_until.h"
 
 namespace Tarnlo::test {
-namespace {
-
-constexpr int kTries = 5;
-
-}  // namespace
 
 std::string UnusedName(int addresses) {
   static int number = 0;
@@ -43,6 +40,12 @@ std::vector<int> HostScene::PassSteps() const {
   return steps;
 }
 
+std::vector<int> HostScene::Passes() const {
+  std::vector<int> steps = PassSteps();
+  std::erase_if(steps, [](int step) { return step >= 4 && step <= 6; });
+  return steps;
+}
+
 bool HostScene::AwaitPassStep(int step) const {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (std::ranges::count(PassSteps(), step) == 0) {
@@ -52,11 +55,12 @@ bool HostScene::AwaitPassStep(int step) const {
   return true;
 }
 
-std::string HostScene::Requests() {
+std::string HostScene::Requests(const std::string& method) {
   std::vector<std::pair<int, std::string>> all;
   for (std::size_t i = 0; i < m_hosts.size(); ++i) {
     if (!m_hosts.IsOpen(i)) continue;
     for (const RecordedRequest& request : m_hosts[i].Requests()) {
+      if (!method.empty() && request.method != method) continue;
       all.emplace_back(request.order, request.method + std::to_string(i + 1));
     }
   }
@@ -116,15 +120,16 @@ bool HostScenario::WasInTime(HostScene& scene, int answers) {
 
 HostScene& HostScenario::RunOn(const std::function<void(std::optional<HostScene>&)>& make,
                                int answers, const Action& serve, const Action& meanwhile) {
-  for (int i = 0; i < kTries; ++i) {
+  RepeatUntil([&] {
     m_scene.reset();
     make(m_scene);
+    if (!m_scene) throw std::runtime_error("no scene was made");
     serve(*m_scene);
     EXPECT_TRUE(m_url ? m_scene->StartAt(m_url(*m_scene)) : m_scene->Begin());
     if (meanwhile) meanwhile(*m_scene);
     m_result = m_scene->End();
-    if (WasInTime(*m_scene, answers)) break;
-  }
+    return WasInTime(*m_scene, answers);
+  });
   return *m_scene;
 }
 

@@ -10,6 +10,7 @@
 #include <numeric>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/os/clock.h"
@@ -167,7 +168,8 @@ class FinishFaultTest : public JobFaultTest {
       if (event.type != kEventRangeProgress) return;
       const std::lock_guard guard(m_mutex);
       m_done.at(static_cast<std::size_t>(event.code)) = event.payload;
-      if (std::accumulate(m_done.begin(), m_done.end(), std::int64_t{0}) == kSmall) arm();
+      if (std::accumulate(m_done.begin(), m_done.end(), std::int64_t{0}) != kSmall) return;
+      if (!std::exchange(m_armed, true)) arm();
     });
   }
   void ExpectTwoFailedEnds(const std::string& end) {
@@ -195,6 +197,7 @@ class FinishFaultTest : public JobFaultTest {
  private:
   std::mutex m_mutex;
   std::array<std::int64_t, 6> m_done{};
+  bool m_armed = false;
 };
 
 TEST_F(FinishFaultTest, RenameThatIsRefusedFourTimesInBothAttemptsIs9AndCostsNoByte) {

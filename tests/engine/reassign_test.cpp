@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -205,15 +206,17 @@ TEST_F(RefusedStart, LeavesTheBytesBeyondTheCutToTheDonorWhenItGetsThere) {
 
 // The cut is made, and the new owner is about to be told its length.
 TEST_F(RefusedStart, LeavesTheBytesBeyondTheCutToTheDonorThatHasEndedThereMeanwhile) {
-  StartWithDonor(102'400);
-  Observer().OnEach([&](const TaskEvent& event) {
-    if (event.type != kEventRangeLength || event.code != 0) return;
+  const auto reassigning = std::make_shared<std::atomic<bool>>(false);
+  Observer().OnEach([this, reassigning](const TaskEvent& event) {
+    if (!*reassigning || event.type != kEventRangeLength || event.code != 0) return;
+    *reassigning = false;
     m_gate->Open();
     AwaitEndOf(1);
     m_faults.Fail(os::Call::kThread);
   });
+  StartWithDonor(102'400);
+  *reassigning = true;
   EXPECT_FALSE(Table().Reassign(0));
-  Observer().OnEach(nullptr);
   EXPECT_EQ(Table().Remaining(true), 51'200);
   ExpectTheCutToBeFetchedByTheDonor();
 }

@@ -202,8 +202,10 @@ TEST_P(InterruptedResume, AtRandomPointsCostsNoByteTwice) {
   const unsigned seed = std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
-  const Body body(1'500'000, seed);
-  Serve("/f", body).Trickling(300'000);
+  // However late a pause comes, it finds every connection at work.
+  const Body body(3'000'000, seed);
+  Gate& gate = NewGate();
+  Serve("/f", body).Trickling(300'000).StallingAfter(60'000, gate);
   std::int64_t had = 0;
   Trailer left;
   std::size_t requests = 0;
@@ -214,6 +216,7 @@ TEST_P(InterruptedResume, AtRandomPointsCostsNoByteTwice) {
       ASSERT_TRUE(Job().RenewStopEvent());
     }
     Job().SetNotifying(true);
+    if (last) gate.Open();
     ASSERT_TRUE(Start("/f"));
     if (last) {
       EXPECT_EQ(AwaitResult(), kResultSuccess);

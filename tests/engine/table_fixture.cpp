@@ -44,7 +44,7 @@ TableTest::~TableTest() {
   EXPECT_EQ(os::ForcedEnds(), m_forced_ends);
 }
 
-// An attempt that failed reports no bytes.
+// An attempt that failed reports no bytes, as one does that is stopped before its first.
 void TableTest::OnProgress(std::int32_t index, std::int64_t done, std::int64_t /*delta*/,
                            void* test) {
   auto& self = *static_cast<TableTest*>(test);

@@ -20,7 +20,7 @@ namespace Tarnlo::test {
 namespace {
 
 constexpr std::int64_t kSize = 60'000;
-constexpr std::uint32_t kWaitDivisor = 500;  // a save is due every 10 ms
+constexpr std::uint32_t kDivisor = 500;  // a save is due every 10 ms
 // What the first answers take before they end: a tenth of a second, and one of them two.
 constexpr std::int64_t kOneTenth = 100'000;
 constexpr std::int64_t kTwoTenths = 20'000;
@@ -45,17 +45,17 @@ class SlowTorture : public testing::TestWithParam<FirstAttempt> {
   // others: the trailer is saved in between.
   static void Serve(FaultServer& server, const Gate& last) {
     if (GetParam() == FirstAttempt::kShortBodies) {
-      server.Serve("/f", Body(kSize)).Times(7).Trickling(kOneTenth).ClosingAfter(4'000);
+      server.Serve("/f", Body(kSize)).ForPieces().Times(5).Trickling(kOneTenth).ClosingAfter(4'000);
       server.Serve("/f", Body(kSize))
+          .ForPieces()
           .Times(1)
           .HoldingAnswer(last)
           .Trickling(kTwoTenths)
           .ClosingAfter(4'000);
-      server.Serve("/f", Body(kSize)).Times(7).ClosingAfter(4'000);
+      server.Serve("/f", Body(kSize)).ForPieces().Times(6).ClosingAfter(4'000);
     } else {
-      server.Serve("/f", Body(kSize, 2)).Times(7);
-      server.Serve("/f", Body(kSize, 2)).Times(1).HoldingAnswer(last);
-      server.Serve("/f", Body(kSize, 2)).Times(1);
+      server.Serve("/f", Body(kSize, 2)).ForPieces().Times(5);
+      server.Serve("/f", Body(kSize, 2)).ForPieces().Times(1).HoldingAnswer(last);
     }
     server.Serve("/f", Body(kSize));
   }
@@ -77,7 +77,8 @@ class SlowTorture : public testing::TestWithParam<FirstAttempt> {
     std::string failed = "none";
     {
       Faults faults;
-      faults.DivideWaits(kWaitDivisor);
+      faults.DivideWaits(kDivisor);
+      faults.DivideIntervals(kDivisor);
       arm(faults);
       std::jthread opener;
       if (saving_twice) {
@@ -113,7 +114,8 @@ class SlowTorture : public testing::TestWithParam<FirstAttempt> {
   void Complete(CDownloadManager& job, const std::wstring& url, const TempFolder& folder,
                 JobObserver& observer) {
     Faults undisturbed;
-    undisturbed.DivideWaits(kWaitDivisor);
+    undisturbed.DivideWaits(kDivisor);
+    undisturbed.DivideIntervals(kDivisor);
     for (int runs = 1; runs < 3 && m_result != kResultSuccess; ++runs) {
       EXPECT_TRUE(job.RenewStopEvent());
       Run(job, url, folder, observer);

@@ -75,7 +75,8 @@ TEST_F(WantOfMemory, ForAWorkerInTheFirstAttemptIsMadeGoodInTheSecond) {
   EXPECT_EQ(FileDifference(Target(L"f"), Body(kSmall)), "");
 }
 
-// For the name under which the attempt's number is stored.
+// For the name under which the attempt's number is stored: a text of its length and no room to
+// spare, as the C++ library of this compiler asks for it.
 TEST_F(WantOfMemory, OutsideOfAnAttemptEndsTheRunWhichSaysSo) {
   Observer().OnEach([times = 0](const TaskEvent& event) mutable {
     if (event.type == kEventStarted && ++times == 1) RefuseTheNext(sizeof(L"retrytips"));

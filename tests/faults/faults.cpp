@@ -47,7 +47,8 @@ std::array<Rule, os::kCalls> g_rules;
 Rule g_any;
 std::atomic<int> g_failed{0};
 std::atomic<int> g_last_failed{-1};
-std::atomic<std::uint32_t> g_divisor{1};
+std::atomic<std::uint32_t> g_wait_divisor{1};
+std::atomic<std::uint32_t> g_interval_divisor{1};
 std::atomic<std::uint32_t> g_watched_ms{os::kForever};
 std::atomic<std::uint32_t> g_watched_last_ms{os::kForever};
 std::atomic<int> g_waits{0};
@@ -69,6 +70,11 @@ void NoteWait(std::uint32_t milliseconds) {
   if (!g_counting || t_without > 0 || milliseconds == 0) return;
   const std::lock_guard guard(g_asked_mutex);
   g_asked.push_back({os::CurrentThreadId(), milliseconds});
+}
+
+// Rounded up: what is more than nothing stays so.
+std::uint32_t Divided(std::uint32_t milliseconds, std::uint32_t divisor) {
+  return (milliseconds + divisor - 1) / divisor;
 }
 
 // False when it is not so within a minute.
@@ -121,8 +127,7 @@ bool os::Fails(Call call) {
 }
 
 std::uint32_t os::ScaledInterval(std::uint32_t milliseconds) {
-  const std::uint32_t divisor = g_divisor.load(std::memory_order_relaxed);
-  return (milliseconds + divisor - 1) / divisor;
+  return Divided(milliseconds, g_interval_divisor.load(std::memory_order_relaxed));
 }
 
 std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
@@ -131,7 +136,8 @@ std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {
     ++g_waits;
     return g_watched_last_ms;
   }
-  return milliseconds == kForever ? kForever : ScaledInterval(milliseconds);
+  if (milliseconds == kForever) return kForever;
+  return Divided(milliseconds, g_wait_divisor.load(std::memory_order_relaxed));
 }
 
 namespace test {
@@ -151,7 +157,8 @@ Faults::Faults() {
 Faults::~Faults() {
   g_counting = false;
   HoldNone();
-  g_divisor = 1;
+  g_wait_divisor = 1;
+  g_interval_divisor = 1;
   g_watched_ms = os::kForever;
 }
 
@@ -177,7 +184,11 @@ void Faults::HoldUntil(os::Call call, std::function<bool()> condition) {
 }
 
 void Faults::DivideWaits(std::uint32_t divisor) {
-  g_divisor = divisor;
+  g_wait_divisor = divisor;
+}
+
+void Faults::DivideIntervals(std::uint32_t divisor) {
+  g_interval_divisor = divisor;
 }
 
 void Faults::WatchWaits(std::uint32_t milliseconds, std::uint32_t instead) {

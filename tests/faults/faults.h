@@ -34,8 +34,10 @@ class Faults {
   void LetThrough(int calls = 1);
   // The same until `condition`, asked on the thread that makes the call, is true.
   void HoldUntil(os::Call call, std::function<bool()> condition);
-  // Waits for a single event take a part of their time, and os::HasElapsed is true after a part.
+  // Waits for a single event take a part of their time.
   void DivideWaits(std::uint32_t divisor);
+  // os::HasElapsed is true after a part of the time: the trailer is saved sooner.
+  void DivideIntervals(std::uint32_t divisor);
   // Counts the waits for a single event that are to last this long, from now on, and makes them
   // last `instead`.
   void WatchWaits(std::uint32_t milliseconds, std::uint32_t instead);

@@ -27,12 +27,18 @@ class SlowForcedEnd : public test::ManagerTest {
   }
   // The pause of the task that is stuck in a callback, by one forced end.
   void ExpectPauseByForceAfter(milliseconds least) {
-    ASSERT_EQ(Add(7, "/f"), 7);
+    test::Gate others;
+    // The others wait for their answers, where a stop finds them at once.
+    m_server.Serve("/one", kBody).ForPieces().Times(1);
+    m_server.Serve("/one", kBody).ForPieces().HoldingAnswer(others);
+    m_server.Serve("/one", kBody);
+    ASSERT_EQ(Add(7, "/one"), 7);
     while (!m_stuck) os::SleepMs(1);
     const auto begin = steady_clock::now();
     EXPECT_EQ(m_manager->PauseTask(7), 1);
     EXPECT_GE(steady_clock::now() - begin, least);
     EXPECT_EQ(os::ForcedEnds(), m_forced + 1);
+    others.Open();
   }
   // Everything that can be done to tasks is done to this one and to another.
   void ExpectThatEverythingStillWorks() {
@@ -44,7 +50,7 @@ class SlowForcedEnd : public test::ManagerTest {
     EXPECT_EQ(m_manager->GetTaskProgress(7, &info), 1);
     EXPECT_EQ(m_manager->ContinueTask(7), 1);
     EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
-    EXPECT_EQ(test::FileDifference(m_folder.File(L"f"), kBody), "");
+    EXPECT_EQ(test::FileDifference(m_folder.File(L"one"), kBody), "");
     EXPECT_EQ(m_manager->CancelTask(7), 1);
     EXPECT_EQ(m_manager->GetTaskCount(), 0);
   }

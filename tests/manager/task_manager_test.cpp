@@ -216,7 +216,8 @@ class TaskTextsTest : public TaskManagerTest {
 };
 
 TEST_F(TaskTextsTest, TextsThatFitAreKeptWhole) {
-  const std::wstring url = L"http://h/" + std::wstring(2047 - 9, L'u');
+  std::wstring url = L"http://127.0.0.1:1/";
+  url.resize(2047, L'u');
   const std::wstring folder(2047, L'f');
   const std::wstring name(1023, L'n');
   AddTexts(url, folder, name);

@@ -14,6 +14,9 @@ bool IsHidden(const std::wstring& system_path);
 // A new file whose holes need no room, where the system does not make all files so.
 void MakeSparseFile(const std::wstring& system_path);
 
+// A folder and all that is in it, however long its paths; what cannot be removed stays.
+void RemoveTree(const std::filesystem::path& folder);
+
 std::string ProcessNumber();
 void SetEnvironment(const std::string& name, const std::string& value);
 // From now on the library's temporary folder, and the test program's.

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <system_error>
 
 #include "tests/native/native_path.h"
 #include "tests/native/open_files.h"
@@ -27,6 +28,11 @@ bool IsHidden(const std::wstring& system_path) {
 
 void MakeSparseFile(const std::wstring& system_path) {
   const std::ofstream file(LocalPath(system_path));
+}
+
+void RemoveTree(const std::filesystem::path& folder) {
+  std::error_code ignored;
+  std::filesystem::remove_all(folder, ignored);
 }
 
 std::string ProcessNumber() {

@@ -4,11 +4,44 @@
 #include <winioctl.h>
 
 #include <cstdlib>
+#include <memory>
+#include <string>
+#include <system_error>
 
 #include "support/os/handle.h"
 #include "tests/support/system.h"
 
 namespace Tarnlo::test {
+namespace {
+
+// The C++ library's own, where it meets a path longer than 259 characters, lists another folder.
+// `folder` is in the form that may be longer.
+void RemoveWithContents(const std::wstring& folder) {
+  WIN32_FIND_DATAW entry{};
+  const auto close = [](HANDLE search) { FindClose(search); };
+  const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+  if (search != INVALID_HANDLE_VALUE) {
+    const std::unique_ptr<void, decltype(close)> guard(search, close);
+    do {
+      const std::wstring name = entry.cFileName;
+      if (name == L"." || name == L"..") continue;
+      const std::wstring path = folder + L"\\" + name;
+      if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+        const bool leads_elsewhere = (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+        if (leads_elsewhere) {
+          RemoveDirectoryW(path.c_str());
+        } else {
+          RemoveWithContents(path);
+        }
+      } else {
+        DeleteFileW(path.c_str());
+      }
+    } while (FindNextFileW(search, &entry) != 0);
+  }
+  RemoveDirectoryW(folder.c_str());
+}
+
+}  // namespace
 
 std::wstring SystemPath(const std::filesystem::path& path) {
   return path.wstring();
@@ -29,6 +62,12 @@ void MakeSparseFile(const std::wstring& system_path) {
                                           CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
   DWORD size = 0;
   DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &size, nullptr);
+}
+
+void RemoveTree(const std::filesystem::path& folder) {
+  std::error_code error;
+  std::filesystem::path path = std::filesystem::absolute(folder, error).lexically_normal();
+  if (!error) RemoveWithContents(L"\\\\?\\" + path.make_preferred().wstring());
 }
 
 std::string ProcessNumber() {

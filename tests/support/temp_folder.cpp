@@ -26,8 +26,7 @@ fs::path MakeFreshFolder() {
 TempFolder::TempFolder() : m_path(MakeFreshFolder()) {}
 
 TempFolder::~TempFolder() {
-  std::error_code ignored;
-  fs::remove_all(m_path, ignored);
+  RemoveTree(m_path);
 }
 
 std::wstring TempFolder::path() const {

@@ -35,10 +35,7 @@ struct FolderOfThisProcess {
     PointTempFolderAt(g_folder);
     simpleLog::Start();
   }
-  ~FolderOfThisProcess() {
-    std::error_code ignored;
-    fs::remove_all(g_folder, ignored);
-  }
+  ~FolderOfThisProcess() { RemoveTree(g_folder); }
   FolderOfThisProcess(const FolderOfThisProcess&) = delete;
   FolderOfThisProcess& operator=(const FolderOfThisProcess&) = delete;
 };

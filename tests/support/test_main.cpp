@@ -1,7 +1,7 @@
 // The main function of every test program: GoogleTest's, with a watchdog. A test that takes longer
 // than the limit ends the program with its name on stderr and exit code 86.
 //
-// TARNLO_TEST_LIMIT  seconds a test may take; 0 waits for ever, for a debugger. Default 300.
+// TARNLO_TEST_LIMIT  seconds a test may take; 0 waits for ever, for a debugger. Default 600.
 // TARNLO_TEST_TEMP   a folder that becomes the program's temporary folder.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@
 namespace {
 
 constexpr int kHungExitCode = 86;
-constexpr int kDefaultLimitSeconds = 300;
+constexpr int kDefaultLimitSeconds = 600;
 
 // Ends the process when one test runs longer than the limit.
 //

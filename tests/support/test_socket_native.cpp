@@ -39,6 +39,9 @@ os::SocketHandle ListenAt(const std::string& address, std::uint16_t port, int ba
   name.sin_port = htons(port);
   name.sin_addr.s_addr = AddressOf(address);
   const int number = NumberOf(listener.get());
+  // What is left of connections to an earlier listener does not keep a port of the test's choice.
+  const int reuse = port != 0 ? 1 : 0;
+  SetOption(listener.get(), SO_REUSEADDR, &reuse, sizeof(reuse));
   if (bind(number, reinterpret_cast<sockaddr*>(&name), sizeof(name)) != 0 ||
       listen(number, backlog) != 0) {
     listener.Reset();

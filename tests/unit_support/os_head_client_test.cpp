@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "support/os/head_client.h"
+#include "tests/support/repeat_until.h"
 #include "tests/support/test_socket.h"
 
 namespace Tarnlo::os {
@@ -122,7 +123,10 @@ class HeadServer {
 // Asks again when the machine was slower than the limits of a few milliseconds.
 HeadAnswer AskUntil(HeadStage stage, const HeadRequest& request) {
   HeadAnswer answer;
-  for (int round = 0; round < 20 && answer.reached != stage; ++round) answer = SendHead(request);
+  test::RepeatUntil([&] {
+    answer = SendHead(request);
+    return answer.reached == stage;
+  });
   return answer;
 }
 
@@ -155,12 +159,13 @@ TEST(HeadClientTest, AnswerWithoutLengthConnectsOnly) {
     return SendHead({test::AddressOf("127.0.0.1"), server.port(), path, L"cdn.example", true});
   };
   int in_time = 0;
-  for (int round = 0; round < 20 && (in_time < 3 || server.bare_answers() < 3); ++round) {
+  test::RepeatUntil([&] {
     const HeadAnswer bare = ask(L"/bare");
     EXPECT_EQ(bare.reached, HeadStage::kConnected);
     EXPECT_EQ(bare.content_length, 0U);
     if (ask(L"/f").reached == HeadStage::kLengthKnown) ++in_time;
-  }
+    return in_time >= 3 && server.bare_answers() >= 3;
+  });
   EXPECT_GE(in_time, 3);
   EXPECT_GE(server.bare_answers(), 3);
   EXPECT_EQ(OpenHeadHandles(), 0);

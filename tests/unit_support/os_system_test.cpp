@@ -26,7 +26,7 @@ TEST(OsClockTest, TimeHasElapsedOnceItIsOverAlsoAcrossTheWrap) {
   EXPECT_FALSE(HasElapsed(TickMs(), 600'000));
   EXPECT_TRUE(HasElapsed(TickMs() + 600'000, 600'000));  // nearly 50 days ago
   test::Faults faults;
-  faults.DivideWaits(200'000);
+  faults.DivideIntervals(200'000);
   const std::uint32_t begin = TickMs();
   EXPECT_TRUE(HasElapsed(begin - 3, 600'000));
 }
