@@ -18,25 +18,25 @@ namespace {
 // `folder` is in the form that may be longer.
 void RemoveWithContents(const std::wstring& folder) {
   WIN32_FIND_DATAW entry{};
-  const auto close = [](HANDLE search) { FindClose(search); };
-  const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
-  if (search != INVALID_HANDLE_VALUE) {
-    const std::unique_ptr<void, decltype(close)> guard(search, close);
-    do {
-      const std::wstring name = entry.cFileName;
-      if (name == L"." || name == L"..") continue;
-      const std::wstring path = folder + L"\\" + name;
-      if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-        const bool leads_elsewhere = (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-        if (leads_elsewhere) {
-          RemoveDirectoryW(path.c_str());
-        } else {
-          RemoveWithContents(path);
-        }
-      } else {
-        DeleteFileW(path.c_str());
-      }
-    } while (FindNextFileW(search, &entry) != 0);
+  const auto close = [](HANDLE search) {
+    if (search != INVALID_HANDLE_VALUE) FindClose(search);
+  };
+  const std::unique_ptr<void, decltype(close)> search(
+      FindFirstFileW((folder + L"\\*").c_str(), &entry), close);
+  for (bool found = search.get() != INVALID_HANDLE_VALUE; found;
+       found = FindNextFileW(search.get(), &entry) != 0) {
+    const std::wstring name = entry.cFileName;
+    if (name == L"." || name == L"..") continue;
+    const std::wstring path = folder + L"\\" + name;
+    const bool is_folder = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const bool leads_elsewhere = (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    if (!is_folder) {
+      DeleteFileW(path.c_str());
+    } else if (leads_elsewhere) {
+      RemoveDirectoryW(path.c_str());
+    } else {
+      RemoveWithContents(path);
+    }
   }
   RemoveDirectoryW(folder.c_str());
 }
