@@ -42,10 +42,9 @@ class SlowHostFailure : public testing::Test {
     runs.first_is_dead.Hosts().Close(0);
     runs.dies.Hosts()[0].Serve("/f") = FaultScript(large).StallingAfter(1000, runs.living);
     runs.dies.Hosts()[1].Serve("/f") = FaultScript(large).StallingAfter(1000, runs.dying);
-    // The second address serves one range of another file; its first request is the HEAD.
+    // The second address serves one range of another file.
     runs.wrong_file.Hosts()[0].Serve("/f") = small;
-    runs.wrong_file.Hosts()[1].Serve("/f") = FaultScript(small).Times(1);
-    runs.wrong_file.Hosts()[1].Serve("/f", Body(kSmall, 2)).Times(1);
+    runs.wrong_file.Hosts()[1].Serve("/f", Body(kSmall, 2)).ForPieces().Times(1);
     runs.wrong_file.Hosts()[1].Serve("/f") = small;
     runs.wrong_file.Job().SetMd5Check(true);
     runs.wrong_file.Job().SetExpectedMd5(Md5Of(Body(kSmall)));

@@ -92,7 +92,7 @@ TEST_F(SlowSaving, TrailerClaimsWhatWasWrittenWhenItsFlushBegan) {
   Serve("/f", Body(kSize)).ForPieces().HoldingAnswer(m_sixth);
   Serve("/f", Body(kSize));
   m_faults.Hold(os::Call::kFlush);
-  m_faults.DivideIntervals(1);  // no save is due before the four are there
+  m_faults.DivideIntervals(0);  // no save is due before the four are there
   ASSERT_TRUE(Start("/f"));
   ASSERT_TRUE(Observer().AwaitEachHas(4, kStalled));
   m_faults.DivideIntervals(kDivisor);

@@ -127,7 +127,8 @@ bool os::Fails(Call call) {
 }
 
 std::uint32_t os::ScaledInterval(std::uint32_t milliseconds) {
-  return Divided(milliseconds, g_interval_divisor.load(std::memory_order_relaxed));
+  const std::uint32_t divisor = g_interval_divisor.load(std::memory_order_relaxed);
+  return divisor == 0 ? kForever : Divided(milliseconds, divisor);
 }
 
 std::uint32_t os::ScaledWait(std::uint32_t milliseconds) {

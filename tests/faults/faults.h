@@ -36,7 +36,8 @@ class Faults {
   void HoldUntil(os::Call call, std::function<bool()> condition);
   // Waits for a single event take a part of their time.
   void DivideWaits(std::uint32_t divisor);
-  // os::HasElapsed is true after a part of the time: the trailer is saved sooner.
+  // os::HasElapsed is true after a part of the time, with 0 never: the trailer is saved sooner, or
+  // not at all.
   void DivideIntervals(std::uint32_t divisor);
   // Counts the waits for a single event that are to last this long, from now on, and makes them
   // last `instead`.

@@ -298,6 +298,9 @@ TEST_F(DownHostMgrTest, LookingForAnUnknownHostMakesAnEmptyEntry) {
 class RunningPassTest : public DownHostMgrTest {
  protected:
   void SetUp() override { MakeSilentCdn(); }
+  void TearDown() override { AwaitAllHeads(); }
+  // One may begin when nobody waits for it any more.
+  void AwaitAllHeads() { EXPECT_TRUE(m_faults.AwaitCalls(os::Call::kHead, 8 * m_passes)); }
   void MakeSilentCdn() {
     test::Cdn& cdn = m_cdn.emplace(8);
     ASSERT_TRUE(cdn.valid());
@@ -307,9 +310,9 @@ class RunningPassTest : public DownHostMgrTest {
   }
   // Returns when the pass has the table: it asks the first address.
   std::jthread StartPass(const os::Event* stop = nullptr) {
-    const int before = m_faults.Calls(os::Call::kHead);
+    AwaitAllHeads();
     std::jthread pass([this, stop] { m_result = m_hosts->InitHost(m_url.c_str(), stop); });
-    EXPECT_TRUE(m_faults.AwaitCalls(os::Call::kHead, before + 1));
+    EXPECT_TRUE(m_faults.AwaitCalls(os::Call::kHead, 8 * m_passes++ + 1));
     return pass;
   }
   // Whether `act`, with the thread that waits for a pass and that thread's stop event, was right
@@ -334,6 +337,7 @@ class RunningPassTest : public DownHostMgrTest {
   }
 
   test::Faults m_faults;
+  int m_passes = 0;  // that were begun
   test::Gate m_gate;
   std::wstring m_url;
   bool m_result = false;
@@ -382,6 +386,7 @@ TEST_F(RunningPassTest, CallersAtTheSameMomentProbeOnce) {
   EXPECT_TRUE(test::RepeatUntil([this] {
     MakeSilentCdn();
     m_hosts = std::make_unique<DownHostMgr>();
+    ++m_passes;
     {
       test::Meeting start(16);
       std::vector<std::jthread> threads;
