@@ -23,6 +23,7 @@ namespace {
 // What a sanitizer adds to every frame needs more than the library asks for.
 constexpr std::size_t kMinStackBytes = 2 * 1024 * 1024;
 constexpr std::uint32_t kTerminationMs = 30'000;  // a sanitizer may be slow to tell the thread
+constexpr std::uint32_t kTellAgainMs = 50;
 
 std::atomic<std::uint32_t> g_forced_ends{0};
 
@@ -112,8 +113,11 @@ void* ThreadObject::Run(void* object) {
 
 void ThreadObject::Freeze() {
   const std::lock_guard guard(m_end_mutex);
-  if (IsSet() || pthread_kill(m_thread, SIGUSR2) != 0) return;
+  if (IsSet()) return;
   for (std::uint32_t waited = 0; !m_frozen.load() && waited < kTerminationMs; ++waited) {
+    // Again and again: the thread sanitizer loses a signal that comes while the thread is about to
+    // wait for the first time.
+    if (waited % kTellAgainMs == 0 && pthread_kill(m_thread, SIGUSR2) != 0) return;
     const timespec millisecond{0, 1'000'000};
     nanosleep(&millisecond, nullptr);
   }
