@@ -1,6 +1,6 @@
 # One test program per layer, linked with the library's objects, two more of the engine's and one of
-# the manager's, and small programs that see only the DLL. Every program lies beside the DLL. Files named *_win32 need Windows,
-# files named *_native are for the development build on Linux.
+# the manager's, and small programs that see only the DLL. Every program lies beside the DLL. Files
+# named *_win32 need Windows, files named *_native are for the development build on Linux.
 set(TARNLO_GOOGLETEST /usr/src/googletest CACHE PATH "Sources of GoogleTest")
 set(INSTALL_GTEST OFF)
 add_subdirectory("${TARNLO_GOOGLETEST}" "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)

@@ -30,8 +30,8 @@ using test::PartialFile;
 constexpr int kTransfers = 10;
 constexpr int kFast = 2;  // of them
 constexpr std::int32_t kUnknown = 99;
-constexpr std::chrono::seconds kChildLimit{30};
-constexpr std::uint32_t kLongestEndMs = 4500;  // whatever an end could wait for lasts five seconds
+constexpr std::chrono::seconds kChildLimit{20};
+constexpr std::uint32_t kLongestEndMs = 2500;  // half of what one job's stop may take
 
 std::wstring Partial(int id) {
   std::wstring name = L"t";
@@ -140,16 +140,18 @@ class SlowExitTest : public testing::Test {
   // trailers are saved.
   const test::Body& BodyOf(int id) const { return id <= kFast ? m_long_body : m_body; }
 
-  // Ends a process with threads running. One that hangs before it gets as far as the library's end
-  // has its log, which the library moves aside first of all, still in its place.
+  // Ends a process with threads running. Under Wine, on a machine with much else to do, one in ten
+  // never gets as far as the library's end: its last thread waits inside NtTerminateProcess for a
+  // lock of Wine's own, which a thread that is gone had held. The log, which the library moves
+  // aside first of all, is still in its place then; that process says nothing about the library,
+  // and another is asked.
   void End(const std::string& how) {
-    const auto excuse = [this] {
-      if (LogIsEmpty()) return false;
-      ServeAFreshProcess();
-      return true;
-    };
-    const int result = test::RunTestInEndingChild("SlowExitChild.DISABLED_" + how, m_temp.path(),
-                                                  kChildLimit, excuse);
+    int result = test::kChildHung;
+    for (int tries = 0; tries < 6 && result == test::kChildHung; ++tries) {
+      if (tries > 0) ServeAFreshProcess();
+      result = test::RunTestInChild("SlowExitChild.DISABLED_" + how, m_temp.path(), kChildLimit);
+      if (result == test::kChildHung && LogIsEmpty()) break;
+    }
     const DWORD now = GetTickCount();
     ASSERT_EQ(result, 0);
     const std::string began = test::ReadFileBytes(m_folder.File(L"end"));

@@ -117,6 +117,8 @@ TEST_F(SlowHostFailure, WrongRangeFromOneAddressIsFoundByTheDigestAndAllIsFetche
   EXPECT_NE(lines.find(" M1 F13 F15 ", mismatch), std::string::npos) << lines;
   EXPECT_EQ(run.RequestsTo(0) + run.RequestsTo(1), 2 * (1 + 6));
   EXPECT_EQ(run.Passes(), (Steps{1, 7, 11, 1, 3}));  // a host is asked once
+  EXPECT_LE(run.RequestsTo(0, "HEAD"), 1);
+  EXPECT_LE(run.RequestsTo(1, "HEAD"), 1);
 }
 
 // The probe draws the dead address first. It stays in use, so the second attempt's probe draws the

@@ -312,7 +312,8 @@ class RunningPassTest : public DownHostMgrTest {
   std::jthread StartPass(const os::Event* stop = nullptr) {
     AwaitAllHeads();
     std::jthread pass([this, stop] { m_result = m_hosts->InitHost(m_url.c_str(), stop); });
-    EXPECT_TRUE(m_faults.AwaitCalls(os::Call::kHead, 8 * m_passes++ + 1));
+    EXPECT_TRUE(m_faults.AwaitCalls(os::Call::kHead, 8 * m_passes + 1));
+    ++m_passes;
     return pass;
   }
   // Whether `act`, with the thread that waits for a pass and that thread's stop event, was right

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "support/os/thread.h"
-#include "tests/faults/faults.h"
 #include "tests/support/cdn.h"
 #include "tests/support/gate.h"
 #include "tests/support/repeat_until.h"
+#include "tests/support/stopped_exchange.h"
 #include "tests/support/test_socket.h"
 
 namespace Tarnlo {
@@ -100,17 +100,9 @@ TEST_F(LengthPollTest, StopBeforeTheFirstAsksNobody) {
 
 TEST_F(LengthPollTest, StopDuringAnExchangeEndsThePoll) {
   m_cdn.ServeEverywhere("/f", test::FaultScript(Body(8)));
-  // Again where the first exchange has not begun in its 100 ms.
-  EXPECT_TRUE(test::RepeatUntil([&] {
-    os::Event stop;
-    test::Faults faults;
-    faults.HoldUntil(os::Call::kHead, [&stop] {
-      stop.Set();
-      return true;
-    });
-    EXPECT_TRUE(Ask(PollOf(L"/f"), &stop).empty());
-    return stop.IsSet() && faults.Calls(os::Call::kHead) == 1;
-  }));
+  EXPECT_TRUE(test::IsEndedInTheFirstExchange(
+      [&](const os::Event& stop) { EXPECT_TRUE(Ask(PollOf(L"/f"), &stop).empty()); }));
+  EXPECT_TRUE(m_steps.empty());
 }
 
 TEST_F(LengthPollTest, StepsAreToldOnTheCallingThread) {

@@ -39,6 +39,13 @@ class ManagerTest : public testing::Test {
                               L"", 0);
   }
 
+  // Until another thread's operation has the manager.
+  void AwaitOperation() {
+    TaskProgressInfo info;
+    while (m_manager->GetTaskProgress(7, &info) == 1) {
+    }
+  }
+
   static constexpr std::int64_t kSize = 600'000;
   const Body kBody{kSize};
   Gate m_gate;

@@ -105,8 +105,7 @@ TEST_F(TaskProgressTest, AnswersNothingAtOnceWhileAnOperationIsUnderWay) {
   ASSERT_TRUE(in_callback.AwaitArrivals());
   EXPECT_EQ(m_manager->GetTaskProgress(8, &m_info), 1);
   std::jthread canceller([this] { m_manager->CancelTask(7); });
-  while (m_manager->GetTaskProgress(8, &m_info) == 1) {
-  }
+  AwaitOperation();
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(m_manager->GetTaskProgress(8, &m_info), 0);
   DownloadInfo current{};

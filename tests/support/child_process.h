@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -47,13 +46,6 @@ class ChildProcess {
 // it did not end within the time and was ended by force.
 int RunTestInChild(const std::string& test, const std::wstring& temp_folder,
                    std::chrono::seconds limit = std::chrono::seconds(40));
-
-// The same for one that ends with threads at work, when `excuse` says after a hang that it tells
-// nothing about the library: another is asked, six in all. Under Wine, on a machine with much else
-// to do, one in ten of them never comes to its end: its last thread waits inside NtTerminateProcess
-// for a lock of Wine's own, which a thread that is gone had held. On Linux nobody is excused.
-int RunTestInEndingChild(const std::string& test, const std::wstring& temp_folder,
-                         std::chrono::seconds limit, const std::function<bool()>& excuse);
 
 // What a child finds in its environment.
 std::wstring ToldVariable(const char* name);

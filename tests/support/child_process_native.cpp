@@ -100,9 +100,4 @@ void ChildProcess::Kill() {
   m_process->Look(0);
 }
 
-int RunTestInEndingChild(const std::string& test, const std::wstring& temp_folder,
-                         std::chrono::seconds limit, const std::function<bool()>& /*excuse*/) {
-  return RunTestInChild(test, temp_folder, limit);
-}
-
 }  // namespace Tarnlo::test

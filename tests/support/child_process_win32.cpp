@@ -136,14 +136,4 @@ void ChildProcess::Kill() {
   WaitForSingleObject(m_process->handle.get(), INFINITE);
 }
 
-int RunTestInEndingChild(const std::string& test, const std::wstring& temp_folder,
-                         std::chrono::seconds limit, const std::function<bool()>& excuse) {
-  constexpr int kTries = 6;
-  int result = RunTestInChild(test, temp_folder, limit);
-  for (int tries = 1; tries < kTries && result == kChildHung && excuse(); ++tries) {
-    result = RunTestInChild(test, temp_folder, limit);
-  }
-  return result;
-}
-
 }  // namespace Tarnlo::test

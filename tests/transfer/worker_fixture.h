@@ -14,6 +14,7 @@
 #include <tuple>
 #include <vector>
 
+#include "support/os/clock.h"
 #include "support/os/file.h"
 #include "support/os/thread.h"
 #include "support/os/wait.h"
@@ -27,6 +28,8 @@
 #include "transfer/download_http.h"
 
 namespace Tarnlo::test {
+
+inline constexpr std::uint32_t kStopLimitMs = 1000;
 
 // What the worker's own operations are when a test calls them.
 class TestWorker : public CDownloadHttp {
@@ -90,7 +93,7 @@ class WorkerTest : public testing::Test {
     ASSERT_TRUE(worker.SetUrl(m_server.Url(path)));
   }
 
-  // Runs the worker's thread to its end, however long it takes; the thread's log lines.
+  // Runs the worker's thread to its end; the thread's log lines.
   Lines Run(TestWorker& worker, std::int64_t start, std::int64_t length,
             std::int64_t received = 0) {
     const LogReader log;
@@ -101,7 +104,7 @@ class WorkerTest : public testing::Test {
   }
   static void AwaitEnd(const TestWorker& worker) {
     const std::array thread{worker.thread()};
-    ASSERT_TRUE(os::WaitForAny(thread, os::kForever).signalled.has_value());
+    ASSERT_TRUE(os::WaitForAny(thread, 60'000).signalled.has_value());
   }
   // Until it is so; false when the worker ends first, or after half a minute.
   template <typename Condition>
@@ -112,6 +115,12 @@ class WorkerTest : public testing::Test {
       std::this_thread::yield();
     }
     return condition();
+  }
+  // Stops the worker, which must not take half of what it is given.
+  static void StopPromptly(TestWorker& worker) {
+    const std::uint32_t begin = os::TickMs();
+    worker.Stop();
+    EXPECT_LT(os::TickMs() - begin, kStopLimitMs / 2);
   }
 
   std::vector<Progress> ProgressCalls() const { return m_progress; }

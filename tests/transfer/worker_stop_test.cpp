@@ -19,12 +19,11 @@ class WorkerStopTest : public WorkerTest {
   [[nodiscard]] int Waits() const {
     return m_faults.Calls(Call::kWaitReadable) + m_faults.Calls(Call::kWaitWritable);
   }
-  // Stops the worker, which begins no moment's wait but the one on whose verge it may have been,
-  // and ends by itself: after a second it would be ended by force, which the fixture sees.
+  // And it begins no moment's wait any more but the one on whose verge it may have been.
   void StopPromptly(TestWorker& worker) {
     worker.SignalStop();
     const int waits = Waits();
-    worker.Stop();
+    WorkerTest::StopPromptly(worker);
     EXPECT_LE(Waits(), waits + 1);
   }
   // Starts, waits until the worker is where the test wants it, and stops it there.
@@ -182,9 +181,11 @@ TEST_F(WorkerStopTest, ProbeOnTheCallersThread) {
   std::atomic<bool> answered{true};
   std::jthread caller([&] { answered = m_worker.GetRemoteSiteInfo_Pro(); });
   ASSERT_TRUE(m_gate.AwaitArrivals());
+  const std::uint32_t begin = os::TickMs();
   m_worker.SignalStop();
   const int waits = Waits();
   caller.join();
+  EXPECT_LT(os::TickMs() - begin, kStopLimitMs / 2);
   EXPECT_LE(Waits(), waits + 1);
   EXPECT_FALSE(answered);
 }
@@ -197,7 +198,9 @@ TEST_F(WorkerStopTest, DestructionStops) {
   ASSERT_TRUE(worker->Download(0, 1000, 0));
   const std::uint32_t thread = worker->thread_id();
   ASSERT_TRUE(AwaitStall(*worker, 10));
+  const std::uint32_t begin = os::TickMs();
   worker.reset();
+  EXPECT_LT(os::TickMs() - begin, kStopLimitMs / 2);
   ExpectEnd(log.LinesOf(thread), EndOfAStalled(10));
 }
 

@@ -524,7 +524,7 @@ TEST_F(WorkerHostTest, StoppedRunGivesItsConnectionBackOnce) {
   ASSERT_TRUE(m_worker.Download(0, m_file.size(), 0));
   ASSERT_TRUE(gate.AwaitArrivals());
   EXPECT_EQ(Uses(), 2);  // the connection before the request, which nobody gives back, and its own
-  m_worker.Stop();
+  StopPromptly(m_worker);
   EXPECT_EQ(Uses(), 1);
 }
 
