@@ -3,37 +3,46 @@
 #include <chrono>
 
 #include "support/os/wait.h"
+#include "tests/native/unfrozen.h"
 
 namespace Tarnlo::os::native {
 
 void HeldMutexes::Add(MutexObject& held) {
-  const std::lock_guard guard(m_mutex);
+  const SeamGuard guard(m_mutex);
   m_held.insert(&held);
 }
 
 void HeldMutexes::Remove(MutexObject& held) {
-  const std::lock_guard guard(m_mutex);
+  const SeamGuard guard(m_mutex);
   m_held.erase(&held);
 }
 
 void HeldMutexes::AbandonAll() {
   std::set<MutexObject*> held;
   {
-    const std::lock_guard guard(m_mutex);
+    const SeamGuard guard(m_mutex);
     held.swap(m_held);
   }
   for (MutexObject* mutex : held) mutex->Abandon();
 }
 
 bool MutexObject::Acquire(std::uint32_t milliseconds) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
+  // In slices, between which the thread can be frozen.
+  constexpr std::chrono::milliseconds kSlice{10};
+  while (!AcquireBy(Clock::now() + kSlice)) {
+    if (milliseconds != kForever && Clock::now() >= end) return false;
+  }
+  return true;
+}
+
+bool MutexObject::AcquireBy(std::chrono::steady_clock::time_point end) {
   HeldMutexes& own = HeldByThisThread();
+  const Unfrozen unfrozen;
   std::unique_lock lock(m_mutex);
   const auto free = [&] { return m_holder == nullptr || m_holder == &own; };
-  if (milliseconds == kForever) {
-    m_changed.wait(lock, free);
-  } else if (!m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds), free)) {
-    return false;
-  }
+  if (!m_changed.wait_until(lock, end, free)) return false;
   m_holder = &own;
   if (++m_depth == 1) own.Add(*this);
   return true;
@@ -41,7 +50,7 @@ bool MutexObject::Acquire(std::uint32_t milliseconds) {
 
 void MutexObject::Release() {
   HeldMutexes& own = HeldByThisThread();
-  const std::lock_guard guard(m_mutex);
+  const SeamGuard guard(m_mutex);
   if (m_holder != &own || --m_depth > 0) return;
   own.Remove(*this);
   m_holder = nullptr;
@@ -49,7 +58,7 @@ void MutexObject::Release() {
 }
 
 void MutexObject::Abandon() {
-  const std::lock_guard guard(m_mutex);
+  const SeamGuard guard(m_mutex);
   m_holder = nullptr;
   m_depth = 0;
   m_changed.notify_one();

@@ -1,6 +1,7 @@
 // A mutex that knows its holder, and the mutexes that a thread leaves behind.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -42,6 +43,8 @@ class MutexObject : public KernelObject {
   void Abandon();
 
  private:
+  bool AcquireBy(std::chrono::steady_clock::time_point end);
+
   std::mutex m_mutex;
   std::condition_variable m_changed;
   HeldMutexes* m_holder = nullptr;

@@ -1,8 +1,9 @@
 // What a KernelHandle points to on Linux.
 #pragma once
 
+#include <semaphore.h>
+
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -30,17 +31,19 @@ class KernelObject {
   std::atomic<int> m_references{1};
 };
 
-// One wait for one or several objects.
+// One wait for one or several objects. A thread that is frozen in it holds nothing.
 class Waiter {
  public:
-  void Wake();
+  Waiter() { sem_init(&m_awake, 0, 0); }
+  Waiter(const Waiter&) = delete;
+  Waiter& operator=(const Waiter&) = delete;
+  ~Waiter() { sem_destroy(&m_awake); }
+  void Wake() { sem_post(&m_awake); }
   // False when the time is over first. os::kForever never is.
   bool Sleep(std::uint32_t milliseconds);
 
  private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_awake = false;
+  sem_t m_awake{};
 };
 
 // An object that is signalled once and stays so: an event, a thread.

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "support/os/file.h"
+#include "tests/native/unfrozen.h"
 
 namespace Tarnlo::os::native {
 
@@ -28,7 +29,7 @@ struct Opening {
 class OpenFiles {
  public:
   using Id = std::pair<dev_t, ino_t>;
-  using Guard = std::lock_guard<std::mutex>;
+  using Guard = SeamGuard;
 
   // Of the process; there until its very end.
   static OpenFiles& Table();

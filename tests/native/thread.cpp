@@ -15,6 +15,7 @@
 #include "support/os/fault_point.h"
 #include "tests/native/kernel_mutex_object.h"
 #include "tests/native/kernel_object.h"
+#include "tests/native/unfrozen.h"
 
 namespace Tarnlo::os {
 namespace native {
@@ -51,6 +52,7 @@ class ThreadObject : public Signal {
   std::atomic<std::uint32_t> m_id{0};
   Signal m_started;
   std::atomic<bool> m_frozen{false};
+  std::atomic<bool> m_ending{false};  // by itself: it is not frozen any more
   std::mutex m_end_mutex;  // between its end and being ended: the thread is there while it is held
 };
 
@@ -58,7 +60,7 @@ thread_local ThreadObject* t_current = nullptr;
 thread_local HeldMutexes t_held;  // of a thread that is not ours
 
 void FreezeHandler(int /*signal*/) {
-  if (t_current != nullptr) t_current->FreezeHere();
+  if (t_current != nullptr && !Unfrozen::Defers()) t_current->FreezeHere();
 }
 
 // Takes the handler into use, once.
@@ -68,7 +70,7 @@ bool HandleFreezing() {
     action.sa_handler = FreezeHandler;
     action.sa_flags = SA_RESTART;
     sigfillset(&action.sa_mask);
-    return sigaction(SIGUSR2, &action, nullptr) == 0;
+    return sigaction(kFreezeSignal, &action, nullptr) == 0;
   }();
   return done;
 }
@@ -101,9 +103,10 @@ void* ThreadObject::Run(void* object) {
   HeldLocks::Adopt(self.m_locks.get());
   self.m_entry(self.m_context);
   HeldLocks::Adopt(nullptr);
+  t_current = nullptr;
+  self.m_ending.store(true);
   {
     const std::lock_guard guard(self.m_end_mutex);
-    t_current = nullptr;
     self.m_held.AbandonAll();
     self.Set();
   }
@@ -114,10 +117,11 @@ void* ThreadObject::Run(void* object) {
 void ThreadObject::Freeze() {
   const std::lock_guard guard(m_end_mutex);
   if (IsSet()) return;
-  for (std::uint32_t waited = 0; !m_frozen.load() && waited < kTerminationMs; ++waited) {
+  const auto comes_to_it = [this] { return m_frozen.load() || m_ending.load(); };
+  for (std::uint32_t waited = 0; !comes_to_it() && waited < kTerminationMs; ++waited) {
     // Again and again: the thread sanitizer loses a signal that comes while the thread is about to
     // wait for the first time.
-    if (waited % kTellAgainMs == 0 && pthread_kill(m_thread, SIGUSR2) != 0) return;
+    if (waited % kTellAgainMs == 0 && pthread_kill(m_thread, kFreezeSignal) != 0) return;
     const timespec millisecond{0, 1'000'000};
     nanosleep(&millisecond, nullptr);
   }
