@@ -178,8 +178,8 @@ CDownloadManager::ProgressFigures CDownloadManager::Progress() const {
 }
 
 void CDownloadManager::StartTicking() {
+  m_run_bytes = 0;  // first: who sees the new tick sees none of the bytes before it
   m_start_tick = os::TickMs();
-  m_run_bytes = 0;
 }
 
 }  // namespace Tarnlo

@@ -1,6 +1,4 @@
 // The job thread: at most two attempts, and the one report of the end.
-#include <exception>
-
 #include "engine/download_manager.h"
 #include "support/os/clock.h"
 #include "support/os/file.h"
@@ -24,7 +22,7 @@ std::uint32_t CDownloadManager::ThreadProc_DownloadMTR(void* job) {
   kLog(1);
   try {
     self.RunJob();
-  } catch (const std::exception&) {
+  } catch (...) {
     self.EndWithoutMemory();
   }
   self.CloseStopEventOf(run);
@@ -37,7 +35,7 @@ void CDownloadManager::EndWithoutMemory() {
   try {
     m_table.Stop();
     TellFinished(m_result);
-  } catch (const std::exception&) {
+  } catch (...) {
     // None for the report itself; the host's process goes on.
   }
 }
@@ -77,7 +75,7 @@ std::int32_t CDownloadManager::RunAttempt(int attempt) {
   std::int32_t result = kResultWaitFailed;
   try {
     result = StartAndWait();
-  } catch (const std::exception&) {
+  } catch (...) {
     // No memory: as when there is none for the list of threads to wait for.
   }
   if (result != kResultAlreadyComplete) StopAndFinish(result);
@@ -102,7 +100,7 @@ void CDownloadManager::StopAndFinish(std::int32_t& result) {
   m_table.Stop();
   try {
     HandleDownloadFinished(result);
-  } catch (const std::exception&) {
+  } catch (...) {
     if (result == kResultSuccess) result = kResultFileFailed;
   }
 }

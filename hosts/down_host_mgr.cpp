@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -207,11 +208,15 @@ os::Ipv4Address DownHostMgr::AcquireHostIp(const std::wstring& host, const os::E
   return m_table->UseHost(host, stop, TakeLeastUsed).value_or(0);
 }
 
-void DownHostMgr::ReleaseHostIp(const std::wstring& host, os::Ipv4Address address) {
+void DownHostMgr::ReleaseHostIp(const std::wstring& host, os::Ipv4Address address) noexcept {
   const os::LockGuard guard(m_table->lock);
-  AddressMap& addresses = m_table->hosts[host];
-  const auto found = addresses.find(address);
-  if (found != addresses.end() && found->second > 0) --found->second;
+  try {
+    AddressMap& addresses = m_table->hosts[host];
+    const auto found = addresses.find(address);
+    if (found != addresses.end() && found->second > 0) --found->second;
+  } catch (const std::bad_alloc&) {
+    // None for the empty entry of a host that is not known: there is nothing to take back.
+  }
 }
 
 DownHostMgr::AddressMap DownHostMgr::Addresses(const std::wstring& host) const {

@@ -42,7 +42,7 @@ class DownHostMgr {
 
   // Takes one use back. Unknown hosts and addresses change nothing; a count never falls below 0.
   // Never waits for a probing pass.
-  void ReleaseHostIp(const std::wstring& host, os::Ipv4Address address);
+  void ReleaseHostIp(const std::wstring& host, os::Ipv4Address address) noexcept;
 
   // A copy of one host's addresses; does not insert an entry.
   [[nodiscard]] AddressMap Addresses(const std::wstring& host) const;

@@ -12,7 +12,7 @@ namespace Tarnlo {
 //
 // Threads: called on the jobs' and workers' threads, several at once, with no lock of the library
 // held. An operation may start, pause, continue and cancel tasks; what would stop or replace the
-// task it is called for is refused.
+// task it is called for is refused. It lets no exception out.
 // Lifetime: outlives the manager, or is replaced while no task runs.
 class IDownloaderManagerCallBack {
  public:

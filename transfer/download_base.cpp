@@ -128,12 +128,10 @@ bool CDownloadBase::DownloadEnd(bool result) {
   constexpr StepLog step("DownloadEnd");
   step(1);
   m_bSucceeded = result;
-  // Closed before the table is told, which may find no memory for it.
-  const os::Ipv4Address address = TakeConnectedAddress();
-  const bool had_file = m_hFile.valid();
+  ReleaseConnection();
   m_Socket.Close();
+  const bool had_file = m_hFile.valid();
   m_hFile.Close();
-  DownHostMgr::Shared().ReleaseHostIp(m_url.m_strHost, address);
   if (had_file) step(2);
   return result;
 }
