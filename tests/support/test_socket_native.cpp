@@ -33,7 +33,7 @@ os::Ipv4Address AddressOf(const std::string& dotted) {
 }
 
 os::SocketHandle ListenAt(const std::string& address, std::uint16_t port, int backlog) {
-  os::SocketHandle listener = NotBlocking(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+  os::SocketHandle listener = NotBlocking(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
   sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_port = htons(port);
@@ -50,7 +50,7 @@ os::SocketHandle ListenAt(const std::string& address, std::uint16_t port, int ba
 }
 
 os::SocketHandle AcceptFrom(NativeSocket listener) {
-  return NotBlocking(accept(NumberOf(listener), nullptr, nullptr));
+  return NotBlocking(accept4(NumberOf(listener), nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 std::uint16_t PortOf(NativeSocket listener) {
