@@ -5,9 +5,12 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "engine/donor.h"
+#include "engine/resume_trailer.h"
 #include "tests/engine/table_fixture.h"
 #include "tests/faults/faults.h"
 
@@ -155,15 +158,85 @@ TEST_F(ReassignTest, OneConnectionHasNobodyToTakeFrom) {
 
 // A worker may fail after its last byte was written: there is nothing left to give.
 TEST_F(ReassignTest, CompleteRangeIsNeverGivenAgain) {
-  const Body body(200);
+  constexpr std::int64_t kFailing = 100;
+  constexpr std::int64_t kRunning = 200'000;
+  const Body body(kQuick + kFailing + kRunning);
+  Gate& gate = NewGate();
   Server().Serve("/f", body);
-  Start({{"/f", {0, 100, 0}}, {"/no", {100, 100, 0}}});
+  Server().Serve("/held", body).HoldingAnswer(gate);
+  FailAfterTheLastByte(1);
+  Start({{"/f", {0, kQuick, 0}},
+         {"/f", {kQuick, kFailing, 0}},
+         {"/held", {kQuick + kFailing, kRunning, 0}}});
   AwaitEndOf(0);
   AwaitEndOf(1);
+  EXPECT_FALSE(Table().succeeded(1));
+  const auto donor = Table().FindLargestRemaining();
+  ASSERT_TRUE(donor.has_value());
+  EXPECT_EQ(donor->index, 2);
   EXPECT_TRUE(Table().Reassign(0));
-  AwaitEndOf(0);
+  EXPECT_EQ(Table().Records()[1], (RangeRecord{kQuick, kFailing, kFailing}));
+  EXPECT_FALSE(Table().AllRangesDone());
+  gate.Open();
+  RunToTheEnd();
+  EXPECT_FALSE(Table().succeeded(1));
+  EXPECT_TRUE(Table().AllRangesDone());
   EXPECT_FALSE(Table().FindLargestRemaining().has_value());
-  EXPECT_EQ(Table().Remaining(true), 0);
+  EXPECT_EQ(FileDifference(File(), body), "");
+}
+
+// Its record still has what was there before, which may be more than the cut leaves.
+TEST_F(ReassignTest, RangeThatBeganAgainAndIsCutHasNoMoreDoneThanItsLength) {
+  constexpr std::int64_t kLength = 400'000;
+  const Body body(kLength + kQuick);
+  Gate& gate = NewGate();
+  Server().Serve("/quick", body);
+  Server().Serve("/whole", body).IgnoringRanges().StallingAfter(0, gate);
+  Start({{"/quick", {kLength, kQuick, 0}}, {"/whole", {0, kLength, 350'000}}});
+  AwaitEndOf(0);
+  AwaitRemaining(kLength);
+  EXPECT_TRUE(Table().Reassign(0));
+  const std::vector<RangeRecord> records = Table().Records();
+  EXPECT_EQ(records[1].length, kLength / 2);
+  EXPECT_LE(records[1].done, records[1].length);
+  EXPECT_TRUE(ValidRecords(records, body.size()));
+  gate.Open();
+  for (const std::int32_t index : {0, 1}) AwaitEndOf(index);
+  EXPECT_TRUE(Table().AllRangesDone());
+  EXPECT_EQ(FileDifference(File(), body), "");
+}
+
+// --- Cuts that the donor does not accept --------------------------------------------------------
+
+class RefusedCut : public testing::Test {
+ protected:
+  // Worker 0 takes from worker 1, which gets on and has less left at each look; the answers to what
+  // is handed over then.
+  std::optional<Donor> Take(const std::vector<std::int64_t>& left,
+                            const std::vector<Handover>& answers) {
+    std::size_t look = 0;
+    const auto find = [&] { return std::optional(Donor{1, left.at(look++), true}); };
+    return TakeFromDonor(0, find, [&](const Donor& donor) {
+      m_offered.push_back(donor.remaining);
+      return answers.at(m_offered.size() - 1);
+    });
+  }
+
+  std::vector<std::int64_t> m_offered;
+};
+
+TEST_F(RefusedCut, IsMadeAgainFromWhatTheDonorHasLeftNow) {
+  const std::vector<std::int64_t> left = {400'000, 300'000, 200'000};
+  const auto donor = Take(left, {Handover::kTryAgain, Handover::kTryAgain, Handover::kDone});
+  ASSERT_TRUE(donor.has_value());
+  EXPECT_EQ(donor->index, 1);
+  EXPECT_EQ(donor->remaining, 200'000);
+  EXPECT_EQ(m_offered, left);
+}
+
+TEST_F(RefusedCut, IsNotMadeAgainOfWhatIsNotWorthAConnection) {
+  EXPECT_FALSE(Take({400'000, 100'000}, {Handover::kTryAgain, Handover::kNothing}).has_value());
+  EXPECT_EQ(m_offered, (std::vector<std::int64_t>{400'000, 100'000}));
 }
 
 // --- New owners that cannot be started ----------------------------------------------------------
@@ -307,6 +380,8 @@ TEST_F(ProgressReports, NeverFallAndAre100MsApart) {
   const auto reports = Observer().EventsOf(kEventProgress);
   const auto stamps = Observer().StampsOf(kEventProgress);
   ASSERT_GE(reports.size(), 3u);
+  EXPECT_TRUE(std::ranges::any_of(
+      reports, [](const RecordedEvent& report) { return report.progress.speed > 0; }));
   for (std::size_t i = 0; i < reports.size(); ++i) {
     const TaskProgress& report = reports[i].progress;
     EXPECT_EQ(reports[i].code, kWholeJob);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <stdexcept>
 #include <thread>
 
 #include "hosts/down_host_mgr.h"
@@ -50,6 +51,9 @@ void TableTest::OnProgress(std::int32_t index, std::int64_t done, std::int64_t /
   auto& self = *static_cast<TableTest*>(test);
   self.m_table.StoreDone(index, done);
   if (done == 0 && self.m_on_failed_attempt) self.m_on_failed_attempt(index);
+  if (index != self.m_failing) return;
+  const RangeRecord record = self.m_table.Records()[static_cast<std::size_t>(index)];
+  if (done == record.length) throw std::runtime_error("after the last byte");
 }
 
 void TableTest::Start(const std::vector<TableWorker>& workers) {

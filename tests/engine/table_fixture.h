@@ -7,6 +7,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +42,8 @@ class TableTest : public testing::Test {
   void OnFailedAttempt(std::function<void(std::int32_t index)> action) {
     m_on_failed_attempt = std::move(action);
   }
+  // Makes this worker fail once all its bytes are in the file. Set before `Start`.
+  void FailAfterTheLastByte(std::int32_t index) { m_failing = index; }
 
   // Lays the file out and starts everybody.
   void Start(const std::vector<TableWorker>& workers);
@@ -63,6 +66,7 @@ class TableTest : public testing::Test {
   JobObserver m_observer;
   WorkerTable m_table;
   std::function<void(std::int32_t index)> m_on_failed_attempt;
+  std::optional<std::int32_t> m_failing;
   std::size_t m_told_at_start = 0;
   std::uint32_t m_forced_ends = 0;
 };
