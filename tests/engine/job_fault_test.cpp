@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
 #include <mutex>
 #include <numeric>
 #include <string>
@@ -55,14 +56,18 @@ class JobFaultTest : public JobTest {
     EXPECT_EQ(Observer().CountOf(kEventFinished), 1u);
     return result;
   }
-  // What the job's thread asked for between its attempts, which here lasts a twentieth. The log has
-  // a line for each of the three turns, and for no other.
-  void ExpectOnePauseOfThreeSeconds() {
+  // The job's thread asked for these, one after the other.
+  void ExpectWaits(std::initializer_list<std::uint32_t> wanted) {
     const auto started = Observer().StampsOf(kEventStarted);
     ASSERT_FALSE(started.empty());
     const std::vector<std::uint32_t> waits = m_faults.WaitsOf(started.back().thread);
-    static constexpr std::array<std::uint32_t, 6> kPause = {100, 1000, 100, 1000, 100, 1000};
-    EXPECT_NE(std::search(waits.begin(), waits.end(), kPause.begin(), kPause.end()), waits.end());
+    const auto found = std::search(waits.begin(), waits.end(), wanted.begin(), wanted.end());
+    EXPECT_NE(found, waits.end()) << testing::PrintToString(waits);
+  }
+  // What the job's thread asked for between its attempts, which here lasts a twentieth. The log has
+  // a line for each of the three turns, and for no other.
+  void ExpectOnePauseOfThreeSeconds() {
+    ExpectWaits({100, 1000, 100, 1000, 100, 1000});
     EXPECT_NE(JobLines().find(" T19 T22x3 T6 "), std::string::npos) << JobLines();
   }
   void ExpectTarget() const {
@@ -222,6 +227,7 @@ TEST_F(FinishFaultTest, NoThreadForTheFlushCostsNoByte) {
 TEST_F(FinishFaultTest, RenameThatSucceedsTheFourthTimeIsAFinishedFile) {
   m_faults.Fail(Call::kRename, 1, 3);
   EXPECT_EQ(Run(), kResultSuccess);
+  ExpectWaits({200, 400, 800});
   EXPECT_EQ(JobLines(), Lines({"T1 T3 T4 T5 T6 S1 S5 S12 S17 ", kPlanned, kFinished}));
   ExpectTarget();
 }
