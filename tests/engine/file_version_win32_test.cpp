@@ -66,5 +66,13 @@ TEST_F(RequiredVersionTest, OfTwoNumbersNeverSkipsTheDownload) {
   EXPECT_EQ(test::FileDifference(Target(L"f"), test::Body(1000)), "");
 }
 
+TEST_F(RequiredVersionTest, IsNotAskedForWhereADigestIsExpected) {
+  Job().SetMd5Check(true);
+  Job().SetExpectedMd5(std::wstring(32, L'0') + L"," + test::Md5Of(test::Body(1000)));
+  const std::string lines = LinesWith(L"2.40.9");  // which it has reached
+  EXPECT_NE(lines.find("S6 S7 S8 M2 S12 S17 "), std::string::npos) << lines;
+  EXPECT_EQ(test::FileDifference(Target(L"f"), test::Body(1000)), "");
+}
+
 }  // namespace
 }  // namespace Tarnlo

@@ -167,6 +167,28 @@ TEST_F(JobTest, TargetWithAnotherDigestIsFetchedAgain) {
                                 "T13 T14 F2 F3 F4 F5 F7 F9 F10 F11 F12 M1 F13 F15 T19 T20 T2"}));
 }
 
+TEST_F(JobTest, TargetWithTheSecondExpectedDigestIsFetchedAgain) {
+  const Body body(kSmall);
+  WriteFileBytes(Target(L"f"), body.Bytes(0, kSmall));
+  Serve("/f", body);
+  Job().SetMd5Check(true);
+  Job().SetExpectedMd5(L"00000000000000000000000000000000," + Md5Of(body));
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_EQ(JobLines(), Joined({"T1 T3 T4 T5 T6 S1 S5 S6 S7 S8 M2 S12 S17", kPlanned,
+                                "T13 T14 F2 F3 F4 F5 F7 F9 F10 F11 F12 M1 F13 F15 T19 T20 T2"}));
+}
+
+// Such a list says nothing about the target that is there; its size does, whatever the vote says.
+TEST_F(JobTest, TargetBesideAListThatBeginsWithACommaIsJudgedByItsSize) {
+  const Body body(kSmall);
+  WriteFileBytes(Target(L"f"), body.Bytes(0, kSmall));
+  Serve("/f", body);
+  Job().SetMd5Check(true);
+  Job().SetExpectedMd5(L"," + Md5Of(body));
+  EXPECT_EQ(Download("/f"), kResultSuccess);
+  EXPECT_TRUE(JobLines().starts_with("T1 T3 T4 T5 T6 S1 S5 S6 G1 ")) << JobLines();
+}
+
 // The vote's time limits are a few milliseconds: on a busy machine an answer may come too late,
 // and then the file is fetched again.
 TEST_F(JobTest, TargetOfTheSizeThatTheHostReportsCostsNoBodyByte) {
@@ -218,6 +240,29 @@ TEST_F(JobTest, GivenNameUnlikeTheUrlsNamesTheFile) {
   Serve("/f", Body(kSmall));
   EXPECT_EQ(Download("/f", L"other.bin"), kResultSuccess);
   EXPECT_EQ(Files(), std::vector<std::wstring>{L"other.bin"});
+}
+
+// The URL's name leads to a file that the server names otherwise.
+class RedirectedName : public JobTest {
+ protected:
+  std::vector<std::wstring> FilesWithGivenName(const wchar_t* name) {
+    Serve("/a.bin", Body(0)).RedirectingTo("/b.bin");
+    Serve("/b.bin", Body(kSmall));
+    EXPECT_EQ(Download("/a.bin", name), kResultSuccess);
+    return Files();
+  }
+};
+
+TEST_F(RedirectedName, WithoutGivenNameIsTheServers) {
+  EXPECT_EQ(FilesWithGivenName(L""), std::vector<std::wstring>{L"b.bin"});
+}
+
+TEST_F(RedirectedName, GivenNameThatRepeatsTheUrlsGivesWayToTheServers) {
+  EXPECT_EQ(FilesWithGivenName(L"A.BIN"), std::vector<std::wstring>{L"b.bin"});
+}
+
+TEST_F(RedirectedName, GivenNameThatRepeatsNeitherStays) {
+  EXPECT_EQ(FilesWithGivenName(L"c.bin"), std::vector<std::wstring>{L"c.bin"});
 }
 
 TEST_F(JobTest, ASecondRunOfAJobReleasesTheFirst) {
