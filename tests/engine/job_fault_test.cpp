@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "support/os/clock.h"
+#include "support/os/wait.h"
 #include "tests/engine/job_fixture.h"
 #include "tests/faults/faults.h"
 
@@ -147,6 +148,29 @@ TEST_F(JobFaultTest, WorkerThatCannotBeStartedTwiceIs6) {
   ExpectTheNextRunCompletes();
 }
 
+// What the first two have collected is in no file while they run.
+TEST_F(JobFaultTest, WorkersThatWereStartedAreStoppedBeforeTheTrailerIsWritten) {
+  const Body body(600'000);
+  constexpr std::int64_t kEach = 30'000;  // more than comes with an answer's head
+  Serve("/g", body).Times(1);
+  Serve("/g", body).StallingAfter(kEach, NewGate());
+  m_faults.WatchWaits(1000, os::kForever);  // between the attempts
+  Observer().OnEach([&](const TaskEvent& event) {
+    if (event.type != kEventRangeLength || event.code != 2) return;
+    AwaitDownloaded(2 * kEach);
+    m_faults.Fail(Call::kThread);
+  });
+  ASSERT_TRUE(Start("/g"));
+  ASSERT_TRUE(Log().Await("ThreadProc_DownloadMTR 22"));
+  Pause();
+  const Trailer trailer = ReadTrailer(Temporary(L"g"), body.size());
+  ASSERT_EQ(trailer.records.size(), 6u);
+  EXPECT_GE(body.size() - trailer.MissingBytes(), 2 * kEach);
+  for (const RangeRecord& record : trailer.records) {
+    EXPECT_EQ(FileDifference(Temporary(L"g"), body, record.start, record.start + record.done), "");
+  }
+}
+
 TEST_F(JobFaultTest, WaitThatCannotBeMadeTwiceIs15) {
   Gate& gate = NewGate();
   RenewServer();
@@ -161,6 +185,83 @@ TEST_F(JobFaultTest, WaitThatCannotBeMadeTwiceIs15) {
   EXPECT_EQ(ReadTrailer(Temporary(L"f"), kSmall).count, 6u);
   gate.Open();
   ExpectTheNextRunCompletes();
+}
+
+TEST_F(JobFaultTest, RestartThatFailsGoesOnInTheSecondAttempt) {
+  Serve("/g", Body(kSmall)).ForPieces().ClosingAfter(100);
+  Serve("/g", Body(kSmall));
+  WriteFileBytes(Temporary(L"g"), "old");
+  EXPECT_EQ(Download("/g", L"", true), kResultTooFewBytes);
+  EXPECT_EQ(JobLines(),
+            Lines({"T1 T3 T4 T5 T6 S1 S4 S17 ", kPlanned, "F1 F16 T19 T22x3 T6 S1 S5 S12 S13 S14 ",
+                   "S15 R1 R2 R3 R4 R5 R6 R7 R8 S16 A1 A11x6 S22 T7 T12 F1 F16 T19 T20 T2"}));
+}
+
+// One connection was made for the first attempt, and one it stays; a later run has six again.
+TEST_F(JobFaultTest, RangesHonouredOnlyInTheSecondAttemptAreOneThatNoRunResumes) {
+  const Body body(kSmall);
+  Gate& gate = NewGate();
+  Serve("/g", body).Times(2).IgnoringRanges();  // what it has, whether ranges
+  Serve("/g", body).Times(1);
+  Serve("/g", body).StallingAfter(100, gate);
+  Observer().OnEach([&, times = 0](const TaskEvent& event) mutable {
+    if (event.type == kEventRangeLength && ++times == 1) m_faults.Fail(Call::kThread);
+  });
+  ASSERT_TRUE(Start("/g"));
+  ASSERT_TRUE(gate.AwaitArrivals());
+  Pause();
+  const std::string lines = JobLines();
+  EXPECT_NE(lines.find(" A11 A12 S21 T7 T8 T10 F1 F16 T19 T22x3 T6 S1 S5 S12 S13 S14 S17 A1 A5 A7 "
+                       "A8 A9 A10 A11 S22 "),
+            std::string::npos)
+      << lines;
+  EXPECT_EQ(ReadTrailer(Temporary(L"g"), kSmall).count, 1u);
+  // After what each attempt's probe has asked.
+  EXPECT_EQ(Server().RequestsFor("/g").at(3).AskedRange(), (Interval{0, kSmall}));
+
+  gate.Open();
+  ASSERT_TRUE(Continue("/g"));
+  EXPECT_EQ(AwaitResult(), kResultSuccess);
+  AwaitRunEnd();
+  EXPECT_EQ(JobLines(), Lines({"T1 T3 T4 T5 T6 S1 S5 S12 S13 S14 S17 ", kPlanned, kFinished}));
+  EXPECT_EQ(FileDifference(Target(L"g"), body), "");
+}
+
+// A stop that nobody has silenced, in the second attempt, is told. The first block of the file
+// arrives when it has been signalled.
+class StopWhileHashing : public JobFaultTest {
+ protected:
+  StopWhileHashing() {
+    Serve("/g", Body(0)).Times(1).WithStatus("404 Not Found");
+    Serve("/g", Body(kSmall));
+    Job().SetMd5Check(true);
+    Job().SetExpectedMd5(std::wstring(32, L'0'));
+    m_faults.HoldUntil(Call::kRead, &IsStoppedOrTheTests);
+  }
+  void ExpectAToldStopAfter(const char* hashing, const std::string& second_attempt) {
+    ASSERT_TRUE(Start("/g"));
+    ASSERT_TRUE(Log().Await(hashing));
+    StopPromptly();
+    EXPECT_EQ(AwaitResult(), kResultStopped);
+    EXPECT_EQ(Observer().CountOf(kEventFinished), 1u);
+    EXPECT_EQ(JobLines(), Lines({"T1 T3 T4 T5 T6 S1 S2 T7 T8 T10 F1 F16 T19 T22x3 T6 ",
+                                 second_attempt, "F16 T19 T20 T2"}));
+  }
+};
+
+TEST_F(StopWhileHashing, TheTargetThatIsThereIs13AndKeepsBothFiles) {
+  WriteFileBytes(Target(L"g"), "old");
+  WriteFileBytes(Temporary(L"g"), "an earlier run's");
+  ExpectAToldStopAfter("CDownloadManager StartMTRDownload 7", "S1 S5 S6 S7 T7 T8 T10 F1 ");
+  EXPECT_EQ(ReadFileBytes(Target(L"g")), "old");
+  EXPECT_EQ(ReadFileBytes(Temporary(L"g")), "an earlier run's");
+}
+
+TEST_F(StopWhileHashing, TheFileThatWasFetchedIs13AndKeepsIt) {
+  ExpectAToldStopAfter("CDownloadManager HandleDownloadFinished 11",
+                       Lines({"S1 S5 S12 S17 ", kPlanned, "T13 T14 F2 F3 F4 F5 F7 F9 F10 F11 "}));
+  EXPECT_EQ(Files(), std::vector<std::wstring>{L"g"});
+  EXPECT_EQ(FileDifference(Target(L"g"), Body(kSmall)), "");
 }
 
 // The bytes are there; only the last step fails, and costs no byte.

@@ -179,6 +179,7 @@ TEST_F(ResumeTest, WorkedExampleIsReadAndWrittenByteByByte) {
   Serve("/f", body).HoldingAnswer(gate);
   ASSERT_TRUE(Start("/f"));
   ASSERT_TRUE(gate.AwaitArrivals(5));
+  EXPECT_TRUE(IsHidden(Temporary(L"f")));  // which it was not
   // Away with what was read: what stands there afterwards was written.
   std::string bytes = ReadFileBytes(Temporary(L"f"));
   ASSERT_EQ(bytes.size(), 1148u);
