@@ -3,16 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
 #include <string>
 
 #include "support/os/clock.h"
 #include "support/os/file.h"
 #include "support/os/system_folders.h"
+#include "tests/faults/faults.h"
 #include "tests/support/fault_server.h"
 #include "tests/support/gate.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/recording_observer.h"
+#include "tests/support/system.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_log.h"
 
 namespace Tarnlo {
 namespace {
@@ -54,6 +58,18 @@ class TaskManagerTest : public testing::Test {
   CTaskManager m_tasks{&m_observer};
 };
 
+// Another temporary folder as long as it lives.
+class OtherTempFolder {
+ public:
+  explicit OtherTempFolder(const std::filesystem::path& folder) { test::PointTempFolderAt(folder); }
+  OtherTempFolder(const OtherTempFolder&) = delete;
+  OtherTempFolder& operator=(const OtherTempFolder&) = delete;
+  ~OtherTempFolder() { test::PointTempFolderAt(m_before); }
+
+ private:
+  const std::filesystem::path m_before = std::filesystem::temp_directory_path();
+};
+
 TEST_F(TaskManagerTest, NullUrlIsRefusedAndRemovesNothing) {
   EXPECT_EQ(Add(7), 7);
   EXPECT_EQ(m_tasks.AddTask(nullptr, m_folder.path().c_str(), L"", 7, L"", L"", 0), -1);
@@ -80,9 +96,11 @@ TEST_F(TaskManagerTest, TaskThatCannotBeStartedKeepsItsRow) {
 }
 
 TEST_F(TaskManagerTest, UnknownIdsArePausedAndRemovedAndNotContinued) {
+  const test::LogReader log;
   EXPECT_EQ(m_tasks.PauseTask(5), 1);
   EXPECT_EQ(m_tasks.RemoveTask(5), 1);
   EXPECT_EQ(m_tasks.ContinueTask(5), 0);
+  EXPECT_EQ(log.LinesOfThisThread(), std::vector<std::string>());
 }
 
 TEST_F(TaskManagerTest, TaskThatRunsIsContinuedWithoutANewStart) {
@@ -108,6 +126,24 @@ TEST_F(TaskManagerTest, PausedTaskIsContinuedWithItsTexts) {
   AwaitFinish();
   EXPECT_EQ(m_observer.NumbersOf(kEventFinished), std::vector<std::int64_t>{kResultSuccess});
   EXPECT_EQ(test::FileDifference(m_folder.File(L"own.bin"), Body(100'000)), "");
+}
+
+TEST_F(TaskManagerTest, ContinueWithoutAStopEventAsksNothingOfTheJob) {
+  ASSERT_EQ(Add(7), 7);
+  ASSERT_EQ(m_tasks.PauseTask(7), 1);
+  const test::LogReader log;
+  {
+    test::Faults faults;
+    // All of them: one alone might be another thread's.
+    faults.Fail(os::Call::kEvent, 1, 1'000'000);
+    EXPECT_EQ(m_tasks.ContinueTask(7), 0);
+    EXPECT_GE(faults.Failed(), 1);
+  }
+  EXPECT_EQ(log.LinesOfThisThread(), std::vector<std::string>());
+  m_gate.Open();
+  EXPECT_EQ(m_tasks.ContinueTask(7), 1);
+  AwaitFinish();
+  EXPECT_EQ(m_observer.NumbersOf(kEventFinished), std::vector<std::int64_t>{kResultSuccess});
 }
 
 // A removal makes the next row's job current, of the last row the one before.
@@ -139,6 +175,20 @@ TEST_F(TaskManagerTest, PositionIsZeroAtFirstAndAfterTheLastRemoval) {
   Add(7);
   m_tasks.RemoveTask(7);
   EXPECT_EQ(m_tasks.CancelAllTasks(), 0);
+}
+
+TEST_F(TaskManagerTest, PositionIsTheRowCountAfterAnAdd) {
+  ASSERT_EQ(Add(7), 7);
+  ASSERT_EQ(Add(7), 7);  // has removed the only row
+  EXPECT_EQ(m_tasks.CancelAllTasks(), 1);
+  EXPECT_EQ(m_tasks.count(), 0);
+}
+
+TEST_F(TaskManagerTest, PositionIsTheRowCountAfterAnAddThatStartsNothing) {
+  EXPECT_EQ(Add(0), -1);  // no id that a job takes
+  EXPECT_EQ(m_tasks.count(), 1);
+  EXPECT_EQ(m_tasks.CancelAllTasks(), 1);
+  EXPECT_EQ(m_tasks.count(), 0);
 }
 
 TEST_F(TaskManagerTest, PositionTakesTheIdOfEveryRemoval) {
@@ -193,6 +243,18 @@ TEST_F(TaskManagerTest, NullFolderIsTheTemporaryOneInTheRowAndRefusedByTheJob) {
   TaskReading reading;
   ASSERT_TRUE(m_tasks.ReadTask(7, reading));
   EXPECT_EQ(reading.folder, os::TempFolder(1040));
+}
+
+TEST_F(TaskManagerTest, TaskWithoutAnyFolderKeepsItsRowAndIsNotTriedAtAll) {
+  const test::LogReader log;
+  const OtherTempFolder too_long(std::wstring(1100, L'x'));
+  ASSERT_FALSE(os::TempFolder(1040));
+  EXPECT_EQ(m_tasks.AddTask(m_server.Url("/f").c_str(), nullptr, L"", 7, L"", L"", 0), -1);
+  EXPECT_EQ(m_tasks.count(), 1);
+  TaskReading reading;
+  ASSERT_TRUE(m_tasks.ReadTask(7, reading));
+  EXPECT_EQ(reading.folder, L"");
+  EXPECT_EQ(log.LinesOfThisThread(), std::vector<std::string>());
 }
 
 TEST_F(TaskManagerTest, TaskWithoutAFolderIsContinuedIntoTheTemporaryOne) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +12,14 @@
 namespace Tarnlo {
 namespace {
 
+// Hosts read the record by its layout.
+static_assert(offsetof(TaskProgressInfo, id) == 0 && offsetof(TaskProgressInfo, total) == 8);
+static_assert(offsetof(TaskProgressInfo, downloaded) == 16);
+static_assert(offsetof(TaskProgressInfo, speed) == 24 && offsetof(TaskProgressInfo, url) == 28);
+static_assert(offsetof(TaskProgressInfo, folder) == 28 + 512 * sizeof(wchar_t));
+static_assert(offsetof(TaskProgressInfo, file_name) == 28 + 2 * 512 * sizeof(wchar_t));
+static_assert(sizeof(TaskProgressInfo::file_name) == 512 * sizeof(wchar_t));
+
 constexpr std::int32_t kUntouched = -77;
 
 class TaskProgressTest : public test::ManagerTest {
@@ -20,6 +29,15 @@ class TaskProgressTest : public test::ManagerTest {
     m_info.speed = 77;
     m_info.url[0] = L'#';
     m_info.url[1] = L'\0';
+  }
+  // Of task 7, for which there are no figures yet.
+  void ExpectTheIdAlone() {
+    EXPECT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
+    EXPECT_EQ(m_info.id, 7);
+    EXPECT_EQ(m_info.total, -1);
+    EXPECT_EQ(m_info.downloaded, -1);
+    EXPECT_EQ(m_info.speed, 77u);
+    EXPECT_EQ(std::wstring(m_info.url), L"#");
   }
   TaskProgressInfo m_info{};
 };
@@ -32,12 +50,19 @@ TEST_F(TaskProgressTest, UnknownIdIsNotFound) {
 TEST_F(TaskProgressTest, UnknownSizeGivesTheIdAloneAndLeavesSpeedAndTexts) {
   ASSERT_EQ(Add(7, "/held"), 7);
   ASSERT_TRUE(m_gate.AwaitArrivals());
-  EXPECT_EQ(m_manager->GetTaskProgress(7, &m_info), 1);
-  EXPECT_EQ(m_info.id, 7);
-  EXPECT_EQ(m_info.total, -1);
-  EXPECT_EQ(m_info.downloaded, -1);
-  EXPECT_EQ(m_info.speed, 77u);
-  EXPECT_EQ(std::wstring(m_info.url), L"#");
+  ExpectTheIdAlone();
+}
+
+// The callback of the length holds the job's thread, which shares the ranges out afterwards.
+TEST_F(TaskProgressTest, KnownSizeWithoutRangesGivesTheIdAloneToo) {
+  m_callback.on_value = [this](std::int32_t) { test::WaitAt(m_gate); };
+  ASSERT_EQ(Add(7, "/f"), 7);
+  ASSERT_TRUE(m_gate.AwaitArrivals());
+  ExpectTheIdAlone();
+  DownloadInfo current{};
+  EXPECT_EQ(m_manager->GetDownloadInfo(&current)->total, kSize);
+  m_gate.Open();
+  EXPECT_TRUE(m_callback.Await("OnTaskComplete 7"));
 }
 
 TEST_F(TaskProgressTest, KnownSizeGivesFiguresAndTexts) {
