@@ -60,6 +60,15 @@ TEST(FileMd5Test, FileThatSomeoneWritesToHasNoDigest) {
   EXPECT_EQ(ComputeFileMd5(folder.File(L"f"), nullptr), L"");
 }
 
+TEST(FileMd5Test, ReadThatFailsHalfWayGivesTheDigestOfWhatCameBefore) {
+  const test::TempFolder folder;
+  const std::wstring path = SparseFile(folder, (1 << 20) + 1);
+  test::Faults faults;
+  faults.Fail(os::Call::kRead, 2);
+  EXPECT_EQ(ComputeFileMd5(path, nullptr), L"B6D81B360A5672D80C27430F39153E2C");
+  EXPECT_EQ(faults.Failed(), 1);
+}
+
 TEST(FileMd5Test, StopBeforeABlockIsToldApartFromFailure) {
   const test::TempFolder folder;
   test::WriteFileBytes(folder.File(L"f"), "bytes");

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <list>
 #include <string>
+#include <vector>
 
 #include "support/os/file.h"
 #include "support/report_store.h"
@@ -169,6 +172,23 @@ TEST_F(FinishTest, SecondDigestOfTheListMatches) {
        {L"{\"filemd5_7\":\"" + Md5Of(body) + L"\"}", std::wstring(L"{\"matchmd5_7\":1}")}) {
     EXPECT_NE(std::ranges::find(records, fact), records.end());
   }
+}
+
+// Under an id of its own, for the records are those of the whole process.
+TEST_F(FinishTest, DigestThatDoesNotMatchIsRecordedAllTheSame) {
+  constexpr std::int32_t kOwnId = 166;
+  const Body body(kSmall, 2);
+  Serve("/f", body);
+  Expect(std::wstring(32, L'0'));
+  const LogReader log;
+  ASSERT_TRUE(Job().Download(Server().Url("/f").c_str(), Folder().c_str(), L"", kOwnId, false));
+  ASSERT_TRUE(log.Await("CDownloadManager HandleDownloadFinished 14"));
+  CReportStore& facts = CReportStore::Shared();
+  EXPECT_EQ(facts.Properties()[L"downpackagemd5"], Md5Of(body));
+  auto records = facts.Records();
+  std::erase_if(records,
+                [](const std::wstring& record) { return record.find(L"_166\"") == record.npos; });
+  EXPECT_EQ(records, std::list<std::wstring>{L"{\"filemd5_166\":\"" + Md5Of(body) + L"\"}"});
 }
 
 TEST_F(FinishTest, ListThatBeginsWithACommaIsVerifiedAtTheEndAlone) {
