@@ -62,6 +62,7 @@ TEST(AbiLoadChild, DISABLED_FreesTheModuleWhileATaskRuns) {
     ASSERT_EQ(dll.create_task(&task), 1);
   }
   ASSERT_TRUE(LoadedDll::IsThere());
+  ASSERT_TRUE(LoadedDll::IsThereAfterFreeing(5));
   const LoadedDll again;
   EXPECT_TRUE(again.pause_task(1));  // the same library, started
   EXPECT_TRUE(again.continue_task(1));

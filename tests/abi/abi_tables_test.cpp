@@ -1,4 +1,5 @@
-// The tables of the DLL, and whether the page of the interface says the same.
+// The tables of the DLL, the layout of what crosses its boundary, and whether the page of the
+// interface says the same.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -17,6 +19,17 @@
 
 namespace Tarnlo {
 namespace {
+
+// Hosts that were built earlier have it so.
+static_assert(std::is_standard_layout_v<Task>);
+static_assert(offsetof(Task, save_dir) == 0);
+static_assert(offsetof(Task, url) == 32);
+static_assert(offsetof(Task, md5) == 64);
+static_assert(offsetof(Task, version) == 96);
+static_assert(offsetof(Task, reserved) == 128);
+static_assert(offsetof(Task, id) == 132);
+static_assert(sizeof(Task) == 136);
+static_assert(sizeof(NsResultEnum) == 4);
 
 test::PeFile Dll() {
   static_cast<void>(fntarnlo());  // so that this program imports it

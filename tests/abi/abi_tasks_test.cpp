@@ -1,5 +1,6 @@
 // Tasks of a host: their life, and what each export answers about them.
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -52,6 +53,18 @@ TEST_F(AbiTest, EachFieldOfTheRecordReachesTheTask) {
   ASSERT_EQ(create_task(&task), 1);
   ASSERT_TRUE(m_record.Await("complete 1"));
   EXPECT_EQ(test::FileDifference(task.save_dir + L"\\f", m_body), "");
+}
+
+// The request and the name of the file have the character that the byte stands for there.
+TEST_F(AbiTest, UrlIsReadInTheCodePageOfTheSystem) {
+  ASSERT_EQ(GetACP(), 1252U);
+  const std::string path = "/\x80.bin";
+  m_server.Serve(path, m_body);
+  Task task = TaskOf(1, "");
+  task.url += path;
+  ASSERT_EQ(create_task(&task), 1);
+  ASSERT_TRUE(m_record.Await("complete 1"));
+  ExpectFile(L"\u20AC.bin");
 }
 
 // The DLL is a file with a version, in the way of the one that is asked for.

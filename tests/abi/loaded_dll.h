@@ -20,6 +20,11 @@ class LoadedDll {
   ~LoadedDll() { FreeLibrary(m_module); }
 
   static bool IsThere() { return GetModuleHandleW(L"tarnlo.dll") != nullptr; }
+  // After a host that has lost count has freed it so often.
+  static bool IsThereAfterFreeing(int times) {
+    for (int i = 0; i < times; ++i) FreeLibrary(GetModuleHandleW(L"tarnlo.dll"));
+    return IsThere();
+  }
   [[nodiscard]] bool valid() const { return m_module != nullptr; }
 
   std::int32_t create_task(const Task* task) const {
