@@ -1,4 +1,6 @@
 // The job thread: at most two attempts, and the one report of the end.
+#include <new>
+
 #include "engine/download_manager.h"
 #include "support/os/clock.h"
 #include "support/os/file.h"
@@ -145,7 +147,14 @@ bool CDownloadManager::BackOff(int attempt) {
 void CDownloadManager::TellFinished(std::int32_t result) {
   m_result = result;
   CloseStopEventOf(m_run_stop);
-  if (m_notifying) SendEvent(m_observer, kWholeJob, m_task_id, kEventFinished, result);
+  if (!m_notifying) return;
+  try {
+    SendEvent(m_observer, kWholeJob, m_task_id, kEventFinished, result);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (...) {
+    // The host's own, when it was told.
+  }
 }
 
 }  // namespace Tarnlo

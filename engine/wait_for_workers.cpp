@@ -95,8 +95,8 @@ void CDownloadManager::SendProgress(std::int64_t run_bytes, std::int64_t total) 
     // Ranges change hands, and one or all may begin again: what was told once is not taken back.
     const std::int64_t told = std::max(m_reported_bytes.load(), total - *remaining);
     m_reported_bytes = std::min(told, total);
+    // The tick first: when the count began anew with it, what came before is not of this time.
     const std::uint32_t elapsed = now - m_start_tick;
-    // The count may have begun anew since then: what came before it is no speed of this time.
     const std::int64_t counted = std::min(run_bytes, m_run_bytes.load());
     SendProgressEvent(
         m_observer, m_task_id,

@@ -123,6 +123,19 @@ TEST_F(JobFaultTest, SecondAttemptMayHaveRoom) {
   ExpectTarget();
 }
 
+// A host in the same program may let anything out of what it is told. Run counts the ends.
+TEST_F(JobFaultTest, WhatComesOutOfTheReportOfTheStartEndsTheRun) {
+  Observer().ThrowOutOf(kEventStarted);
+  EXPECT_EQ(Run(), kResultWaitFailed);
+  EXPECT_EQ(JobLines(), "T1 T3 T4 T2");
+}
+
+TEST_F(JobFaultTest, WhatComesOutOfTheReportOfTheEndDoesNotRepeatIt) {
+  Observer().ThrowOutOf(kEventFinished);
+  EXPECT_EQ(Run(), kResultSuccess);
+  ExpectTarget();
+}
+
 // Two workers run when the third cannot be started; they are stopped before the trailer is written.
 TEST_F(JobFaultTest, WorkerThatCannotBeStartedTwiceIs6) {
   Observer().OnEach([&](const TaskEvent& event) {

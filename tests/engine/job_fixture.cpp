@@ -99,9 +99,12 @@ void JobObserver::Notify(TaskEvent* event, std::intptr_t message_parameter) {
   }
   RecordingObserver::Notify(event, message_parameter);
   stamp.tick = os::TickMs();
-  const std::lock_guard guard(m_stamp_mutex);
-  m_stamps.push_back(stamp);
-  m_changed.notify_all();
+  {
+    const std::lock_guard guard(m_stamp_mutex);
+    m_stamps.push_back(stamp);
+    m_changed.notify_all();
+  }
+  if (stamp.type == m_throws_out_of) throw stamp.type;
 }
 
 std::vector<JobObserver::Stamp> JobObserver::Stamps() const {

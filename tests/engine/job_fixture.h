@@ -10,6 +10,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,6 +56,8 @@ class JobObserver : public RecordingObserver {
   bool AwaitEachHas(std::size_t workers, std::int64_t bytes);
   // Called with every report, on its thread, before it is kept. Set before the job runs.
   void OnEach(std::function<void(const TaskEvent&)> action) { m_action = std::move(action); }
+  // Every report of that type is kept and then lets an exception out. Set before the job runs.
+  void ThrowOutOf(std::int32_t type) { m_throws_out_of = type; }
 
  private:
   bool AwaitThat(const std::function<bool()>& condition);  // which looks at the stamps
@@ -63,6 +66,7 @@ class JobObserver : public RecordingObserver {
   std::condition_variable m_changed;
   std::vector<Stamp> m_stamps;
   std::function<void(const TaskEvent&)> m_action;
+  std::optional<std::int32_t> m_throws_out_of;
 };
 
 // Everything that one job needs, so that several can run side by side.

@@ -234,7 +234,7 @@ TEST_F(RefusedCut, IsMadeAgainFromWhatTheDonorHasLeftNow) {
   EXPECT_EQ(m_offered, left);
 }
 
-TEST_F(RefusedCut, IsNotMadeAgainOfWhatIsNotWorthAConnection) {
+TEST_F(RefusedCut, IsNotMadeAgainWhenThereIsNothingToGive) {
   EXPECT_FALSE(Take({400'000, 100'000}, {Handover::kTryAgain, Handover::kNothing}).has_value());
   EXPECT_EQ(m_offered, (std::vector<std::int64_t>{400'000, 100'000}));
 }

@@ -31,10 +31,12 @@ bool MutexObject::Acquire(std::uint32_t milliseconds) {
   const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
   // In slices, between which the thread can be frozen.
   constexpr std::chrono::milliseconds kSlice{10};
-  while (!AcquireBy(Clock::now() + kSlice)) {
-    if (milliseconds != kForever && Clock::now() >= end) return false;
+  for (;;) {
+    const Clock::time_point slice_end = Clock::now() + kSlice;
+    const bool is_last = milliseconds != kForever && slice_end >= end;
+    if (AcquireBy(is_last ? end : slice_end)) return true;
+    if (is_last) return false;
   }
-  return true;
 }
 
 bool MutexObject::AcquireBy(std::chrono::steady_clock::time_point end) {

@@ -30,8 +30,7 @@ void KernelObject::DropReference() {
 
 bool Waiter::Sleep(std::uint32_t milliseconds) {
   using Clock = std::chrono::steady_clock;
-  // In slices: somebody may set the calendar's clock, and a sanitizer delivers the signal that
-  // freezes a thread between two calls only.
+  // In slices, since a sanitizer delivers the signal that freezes a thread between two calls only.
   constexpr std::chrono::nanoseconds kSlice = std::chrono::milliseconds(100);
   const Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
   for (;;) {

@@ -106,7 +106,7 @@ void* ThreadObject::Run(void* object) {
   t_current = nullptr;
   self.m_ending.store(true);
   {
-    const std::lock_guard guard(self.m_end_mutex);
+    const SeamGuard guard(self.m_end_mutex);
     self.m_held.AbandonAll();
     self.Set();
   }
@@ -115,7 +115,7 @@ void* ThreadObject::Run(void* object) {
 }
 
 void ThreadObject::Freeze() {
-  const std::lock_guard guard(m_end_mutex);
+  const SeamGuard guard(m_end_mutex);
   if (IsSet()) return;
   const auto comes_to_it = [this] { return m_frozen.load() || m_ending.load(); };
   for (std::uint32_t waited = 0; !comes_to_it() && waited < kTerminationMs; ++waited) {

@@ -47,8 +47,8 @@ class CustomSocketTest : public testing::Test {
     return bytes;
   }
 
-  // Stops the call when it has looked at the stop event in vain: it fails soon, at the
-  // next look, and writes this line.
+  // Stops the call when it has looked at the stop event in vain: it fails soon, at the next look,
+  // and writes this line.
   template <typename SocketCall>
   void ExpectStopEnds(Call wait, SocketCall call, const std::string& line) {
     os::Event stop;
@@ -56,15 +56,17 @@ class CustomSocketTest : public testing::Test {
     const LogReader log;
     const Faults faults;
     int waits = 0;
+    std::uint32_t begin = 0;
     std::jthread stopper([&] {
       EXPECT_TRUE(faults.AwaitCalls(wait, 2));  // a look at the event came between
+      begin = os::TickMs();
       stop.Set();
       waits = faults.Calls(wait);
     });
-    const std::uint32_t begin = os::TickMs();
     EXPECT_TRUE(call());
-    EXPECT_LT(os::TickMs() - begin, 500U);
+    const std::uint32_t end = os::TickMs();
     stopper.join();
+    EXPECT_LT(end - begin, 500U);
     EXPECT_LE(faults.Calls(wait), waits + 1);  // it may have been on the verge of one
     EXPECT_EQ(log.LinesOfThisThread(), Lines{line});
   }
