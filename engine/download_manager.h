@@ -88,7 +88,7 @@ class CDownloadManager final : public IWorkerOwner {
   void DeleteFiles();
   bool BackOff(int attempt);
   void TellFinished(std::int32_t result);
-  void EndWithoutMemory();
+  void EndAfterException();
 
   // From the server's answer to running workers (start_download.cpp).
   std::int32_t StartMTRDownload();

@@ -25,7 +25,7 @@ std::uint32_t CDownloadManager::ThreadProc_DownloadMTR(void* job) {
   try {
     self.RunJob();
   } catch (...) {
-    self.EndWithoutMemory();
+    self.EndAfterException();
   }
   self.CloseStopEventOf(run);
   kLog(2);
@@ -33,12 +33,12 @@ std::uint32_t CDownloadManager::ThreadProc_DownloadMTR(void* job) {
 }
 
 // Nothing was told yet: a run returns as soon as it has told its end.
-void CDownloadManager::EndWithoutMemory() {
+void CDownloadManager::EndAfterException() {
   try {
     m_table.Stop();
     TellFinished(m_result);
   } catch (...) {
-    // None for the report itself; the host's process goes on.
+    // No memory for the report itself; the host's process goes on.
   }
 }
 
@@ -78,7 +78,7 @@ std::int32_t CDownloadManager::RunAttempt(int attempt) {
   try {
     result = StartAndWait();
   } catch (...) {
-    // No memory: as when there is none for the list of threads to wait for.
+    // No memory, as for the list of threads to wait for, or something that a host let out.
   }
   if (result != kResultAlreadyComplete) StopAndFinish(result);
   return result;
